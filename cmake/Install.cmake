@@ -1,0 +1,24 @@
+include(CMakePackageConfigHelpers)
+
+install(TARGETS norvo-pax-client vela_aidl_ndk hostbinder_ndk
+        EXPORT NorvoPaxClientTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/norvo-pax-client FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/hostbinder/include/
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/norvo-pax-client FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY ${AIDL_GEN_DIR}/include/
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/norvo-pax-client FILES_MATCHING PATTERN "*.h")
+install(EXPORT NorvoPaxClientTargets NAMESPACE NorvoPaxClient::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NorvoPaxClient)
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/NorvoPaxClientConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/NorvoPaxClientConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NorvoPaxClient)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/NorvoPaxClientConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/NorvoPaxClientConfig.cmake
+              ${PROJECT_BINARY_DIR}/NorvoPaxClientConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NorvoPaxClient)

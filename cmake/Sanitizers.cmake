@@ -1,0 +1,10 @@
+if(PAX_SANITIZE STREQUAL "thread")
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer -O1 -g)
+    add_link_options(-fsanitize=thread)
+elseif(PAX_SANITIZE STREQUAL "address")
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined
+                        -fno-omit-frame-pointer -O1 -g)
+    add_link_options(-fsanitize=address,undefined)
+elseif(NOT PAX_SANITIZE STREQUAL "")
+    message(FATAL_ERROR "PAX_SANITIZE must be empty, 'thread' or 'address'")
+endif()

@@ -1,0 +1,29 @@
+// Shared main of the test programs: each test process gets a socket directory of its own, so
+// tests never see each other's services.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <unistd.h>
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    std::string dir;
+    if (getenv("HOSTBINDER_DIR") == nullptr) {
+        std::string tmpl = std::filesystem::temp_directory_path() / "paxtest-XXXXXX";
+        if (mkdtemp(tmpl.data()) == nullptr) {
+            perror("mkdtemp");
+            return 2;
+        }
+        dir = tmpl;
+        setenv("HOSTBINDER_DIR", dir.c_str(), 1);
+    }
+    int rc = RUN_ALL_TESTS();
+    if (!dir.empty()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
+    return rc;
+}
