@@ -1,0 +1,1 @@
+#include "ChildService.h"

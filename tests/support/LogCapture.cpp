@@ -1,0 +1,1 @@
+#include "LogCapture.h"

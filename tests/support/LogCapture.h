@@ -1,0 +1,78 @@
+// Captures what the process writes to the Android log, so tests can assert the exact tag,
+// priority and text of a line.
+//
+//   paxtest::LogCapture log;   // from here on every line, debug included, is captured
+//   ...
+//   EXPECT_TRUE(log.contains("[PAX_CLIENT]", ANDROID_LOG_INFO, "paxInit")) << log.dump();
+//
+// Only one capture may exist at a time (the logger hook is process-wide); a second one throws
+// std::logic_error. While a capture exists the minimum log priority is debug, so debug lines
+// are delivered; the destructor restores the previous minimum and the stderr logger.
+// All members are thread-safe: lines arrive from any thread, binder threads included.
+#pragma once
+
+#include <android/log.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace paxtest {
+
+struct LogLine {
+    std::string tag;
+    int priority = ANDROID_LOG_UNKNOWN;
+    std::string text;
+};
+
+class LogCapture {
+public:
+    static constexpr std::chrono::milliseconds kDefaultTimeout{5000};
+
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    // Every captured line, in arrival order.
+    std::vector<LogLine> lines() const;
+    std::vector<LogLine> linesWithTag(const std::string& tag) const;
+    // Lines whose text contains `fragment`.
+    std::vector<LogLine> linesContaining(const std::string& fragment) const;
+
+    // True when a line has exactly this tag, priority and text.
+    bool contains(const std::string& tag, int priority, const std::string& text) const;
+    // Number of lines whose text is exactly `text` (any tag, any priority).
+    size_t count(const std::string& text) const;
+    // Number of lines with exactly this tag, priority and text.
+    size_t count(const std::string& tag, int priority, const std::string& text) const;
+
+    // Waits until a line whose text is exactly `text` has been captured (also true when it was
+    // captured before the call).
+    bool waitFor(const std::string& text,
+                 std::chrono::milliseconds timeout = kDefaultTimeout) const;
+    // Waits until at least `n` lines have been captured.
+    bool waitForLines(size_t n, std::chrono::milliseconds timeout = kDefaultTimeout) const;
+
+    void clear();
+    // Also pass every line on to the stderr logger (off by default; on when the environment
+    // variable PAX_TEST_LOG_ECHO is set).
+    void setEcho(bool echo);
+    // Every captured line as "P/tag: text\n", for failure messages.
+    std::string dump() const;
+
+private:
+    friend struct LogCaptureHook;
+    void add(int priority, const char* tag, const char* text);
+
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    std::vector<LogLine> mLines;
+    bool mEcho = false;
+    int mPreviousMinimum = ANDROID_LOG_DEFAULT;
+};
+
+}  // namespace paxtest

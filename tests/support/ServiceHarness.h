@@ -1,0 +1,56 @@
+// Serves a FakeVela from inside the test process, under the real instance name, and stops and
+// restarts it. The client under test reaches it over a socket like any other service, so
+// stopping it looks to the client exactly like the service dying.
+//
+//   paxtest::ServiceHarness service;
+//   auto fake = service.startFake();
+//   ... velaResCtlRequest(...) ...
+//   service.stop();      // every client connection closes: death notifications run
+//   service.restart();   // the same fake is served again
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "FakeVela.h"
+
+namespace paxtest {
+
+// The instance name the library connects to.
+inline constexpr const char kVelaInstance[] = "vendor.norvo.hardware.vela.IVela/default";
+
+class ServiceHarness {
+public:
+    explicit ServiceHarness(std::string instance = kVelaInstance);
+    // Stops serving (after releasing any call held at the fake's gate).
+    ~ServiceHarness();
+    ServiceHarness(const ServiceHarness&) = delete;
+    ServiceHarness& operator=(const ServiceHarness&) = delete;
+
+    // Declares the instance (as the device manifest would) without serving it: clients see
+    // it declared but get no service.
+    bool declareOnly();
+    // Declares the instance, starts the binder thread pool and serves `fake`. False (with a
+    // test failure recorded) if the runtime refused. Serving while already serving first stops.
+    bool start(std::shared_ptr<FakeVela> fake);
+    // Makes a fresh fake, serves it and returns it (null on failure).
+    std::shared_ptr<FakeVela> startFake();
+    // Stops serving: the socket goes away and every connection accepted for it closes.
+    // Calls held at the fake's gate are released first so that their threads can finish.
+    // The declaration stays. Harmless when not serving.
+    void stop();
+    // stop(), then serve the same fake again (or `fake` when given).
+    bool restart();
+    bool restart(std::shared_ptr<FakeVela> fake);
+
+    bool serving() const { return mServing; }
+    const std::shared_ptr<FakeVela>& fake() const { return mFake; }
+    const std::string& instance() const { return mInstance; }
+
+private:
+    std::string mInstance;
+    std::shared_ptr<FakeVela> mFake;
+    bool mServing = false;
+};
+
+}  // namespace paxtest

@@ -1,0 +1,1 @@
+#include "TraceCapture.h"

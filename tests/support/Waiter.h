@@ -1,0 +1,85 @@
+// Small helpers for waiting on things that happen on other threads (binder threads, death
+// notifications, callbacks) without sleeping for fixed times.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <thread>
+
+namespace paxtest {
+
+inline constexpr std::chrono::milliseconds kWaitTimeout{5000};
+
+// Polls `pred` until it is true or `timeout` passes; returns its last value.
+template <typename Pred>
+bool waitUntil(Pred&& pred, std::chrono::milliseconds timeout = kWaitTimeout,
+               std::chrono::milliseconds interval = std::chrono::milliseconds(2)) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() >= deadline) return pred();
+        std::this_thread::sleep_for(interval);
+    }
+    return true;
+}
+
+// Counts events signalled from any thread and lets a test wait for a number of them.
+//   paxtest::Counter fired;
+//   ... callback body: fired.increment(); ...
+//   ASSERT_TRUE(fired.waitFor(1));
+class Counter {
+public:
+    void increment() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        ++mCount;
+        mChanged.notify_all();
+    }
+    size_t count() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mCount;
+    }
+    // Waits until at least `n` events were counted.
+    bool waitFor(size_t n, std::chrono::milliseconds timeout = kWaitTimeout) const {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, timeout, [&] { return mCount >= n; });
+    }
+    // True when the count stays below `n` for the whole of `quiet` (to show that something
+    // did not happen).
+    bool staysBelow(size_t n, std::chrono::milliseconds quiet) const {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return !mChanged.wait_for(lock, quiet, [&] { return mCount >= n; });
+    }
+
+private:
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    size_t mCount = 0;
+};
+
+// A gate that threads can wait at until the test opens it, for holding a caller's callback
+// while the test does something else.
+class Gate {
+public:
+    void open() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mOpen = true;
+        mChanged.notify_all();
+    }
+    // Waits until open; false on timeout.
+    bool wait(std::chrono::milliseconds timeout = kWaitTimeout) const {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, timeout, [&] { return mOpen; });
+    }
+    bool isOpen() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mOpen;
+    }
+
+private:
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    bool mOpen = false;
+};
+
+}  // namespace paxtest
