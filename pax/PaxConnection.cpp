@@ -1,0 +1,78 @@
+// The Pax unit's own link to the service: lazy, non-blocking connection, death notification
+// and dropping the handle after a failure.
+#include <android/binder_manager.h>
+
+#include "pax.h"
+
+namespace pax {
+
+// The lock is defined before the handle it guards, so that the handle is destroyed first at exit.
+std::shared_timed_mutex g_pax_hal_mutex;
+std::shared_ptr<IVela> g_pax_hal;
+AIBinder_DeathRecipient* g_pax_death_recipient = nullptr;
+
+int32_t pax_get_vela_hal_and_link_to_death() {
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
+        if (g_pax_hal) return 0;
+    }
+
+    // Released only after the lock: destroying a proxy or a recipient calls into the runtime.
+    std::shared_ptr<IVela> previous;
+    std::shared_ptr<IVela> unlinked;
+    AIBinder_DeathRecipient* superseded = nullptr;
+    int32_t result = -1;
+    {
+        // Two callers that both found no handle both connect; the later handle wins.
+        std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
+        if (!AServiceManager_isDeclared(kVelaInstance)) {
+            PAX_LOGE("Vela is not declared, AServiceManager_isDeclared:%d",
+                     AServiceManager_isDeclared(kVelaInstance) ? 1 : 0);
+            return -1;
+        }
+        previous = std::move(g_pax_hal);
+        g_pax_hal =
+                IVela::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
+        if (!g_pax_hal) {
+            PAX_LOGE("Vela HAL Service not found");
+        } else {
+            // The superseded recipient is freed rather than leaked once per reconnection.
+            superseded = g_pax_death_recipient;
+            g_pax_death_recipient = AIBinder_DeathRecipient_new(pax_vela_hal_died);
+            binder_status_t linked = AIBinder_linkToDeath(g_pax_hal->asBinder().get(),
+                                                          g_pax_death_recipient, g_pax_hal.get());
+            if (linked != STATUS_OK) {
+                unlinked = std::move(g_pax_hal);
+                PAX_LOGE("Unable to link to g_pax_hal death notifications!");
+            } else {
+                result = 0;
+            }
+        }
+    }
+    if (superseded != nullptr) AIBinder_DeathRecipient_delete(superseded);
+    return result;
+}
+
+void pax_vela_hal_died(void* /*cookie*/) {
+    std::shared_ptr<IVela> dead;
+    std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
+    dead = std::move(g_pax_hal);
+    PAX_LOGE("Vela HAL Service died");
+    lock.unlock();
+}
+
+bool paxConnect() {
+    if (pax_get_vela_hal_and_link_to_death() == 0) return true;
+    PAX_LOGE("pax_get_vela_hal_and_link_to_death error:%d", -1);
+    return false;
+}
+
+void paxDropHal(const char* name) {
+    PAX_LOGE("%s() failed : vela HAL service not available", name);
+    std::shared_ptr<IVela> dropped;
+    std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
+    dropped = std::move(g_pax_hal);
+    lock.unlock();
+}
+
+}  // namespace pax

@@ -1,0 +1,62 @@
+// Current values of resources.
+#include <algorithm>
+#include <string>
+
+#include "PaxItems.h"
+#include "pax.h"
+
+using namespace pax;
+
+namespace {
+// Answered by the power-consumption query rather than by a state request.
+constexpr uint32_t kOpcodePowerConsumption = 0x01011670;
+}  // namespace
+
+extern "C" PAX_EXPORT int32_t PaxMutiResStateRequest(std::vector<PaxClient::Resource>& resources) {
+    PAX_LOGI("PaxMutiResStateRequest enter");
+    if (!paxConnect()) return -1;
+    if (resources.empty()) {
+        PAX_LOGE("input resource is empty, return");
+        return -1;
+    }
+    std::vector<VelaRequestData> answer;
+    PaxCallResult result = paxCall("PaxMutiResStateRequest", [&](IVela& hal) {
+        VelaRequestParcel parcel{};
+        appendResourceItems(resources, parcel.requestDatas);
+        return hal.resStateRequest(parcel, &answer);
+    });
+    if (result != PaxCallResult::kOk) return -1;
+    if (answer.empty()) {
+        PAX_LOGE("failed to get resource value");
+        return -1;
+    }
+
+    int32_t matched = 0;
+    for (PaxClient::Resource& resource : resources) {
+        // The first answer for an opcode wins, so repeated ids all get the same value.
+        auto found = std::find_if(answer.begin(), answer.end(), [&](const VelaRequestData& item) {
+            return item.id == static_cast<int32_t>(resource.id);
+        });
+        if (found == answer.end()) {
+            PAX_LOGI("not match any opcode in paxcore");
+            continue;
+        }
+        if (found->value) resource.value = found->value;
+        PAX_LOGD("get resource value, opcode 0x%08x, value %s", resource.id,
+                 resource.value ? resource.value->c_str() : "");
+        ++matched;
+    }
+    return matched;
+}
+
+extern "C" PAX_EXPORT void PaxResStateRequest(uint32_t opcode, std::string& out) {
+    if (opcode == kOpcodePowerConsumption) {
+        out = std::to_string(PaxGetPowerConsis());
+        return;
+    }
+    PAX_LOGI("PaxResStateRequest enter");
+    std::vector<PaxClient::Resource> query{{opcode, std::string()}};
+    if (PaxMutiResStateRequest(query) != 1) return;
+    // Only the text up to an embedded zero counts, as for any C string value.
+    out = query.front().value ? query.front().value->c_str() : "";
+}
