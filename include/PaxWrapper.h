@@ -24,8 +24,9 @@ PAX_EXPORT extern const std::array<uint32_t, 4> opCodeAdpXpuFreqLimit;
 // One resource whose value is always present, even when `value` is empty.
 PAX_EXPORT PaxClient::Resource PaxResourceInfo(uint32_t opcode, std::string value);
 
-// "10,20,30" sets the target loads by position, "-1" leaving one alone; "x-10,y-20" takes the
-// part after the dash instead. Elements past the third are ignored.
+// "10,20,30" sets the target loads by position. A text with a dash anywhere is read as pairs
+// instead, "x-10,y-20", and each element yields the part after its first dash (or nothing).
+// Elements past the third are ignored.
 PAX_EXPORT std::vector<PaxClient::Resource> getTargetLoadList(std::string text);
 // "colocation:<v>,groupmigrate:<up>-<down>"; unknown keys and a migrate band that is not
 // up > down are dropped.
