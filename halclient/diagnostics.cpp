@@ -1,0 +1,127 @@
+// The service's diagnostic commands (it writes the dump to its own log) and its properties.
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "guarded_call.h"
+#include "parcels.h"
+#include "velaHalclient.h"
+
+namespace velaHalclient {
+
+namespace {
+
+constexpr int32_t kDiagnosticRequest = 5;
+
+struct DiagnosticCommand {
+    int32_t code;  // the service interprets these; 9 is unused and must stay so
+    const char* entryLine;
+    const char* name;
+};
+
+constexpr DiagnosticCommand kDumpToDoQueue{0, "vela client velaDumpToDoQueue", "velaDumpToDoQueue"};
+constexpr DiagnosticCommand kDumpRunMap{1, "vela client velaDumpRunMap", "velaDumpRunMap"};
+constexpr DiagnosticCommand kDumpActiveResMap{2, "vela client velaDumpActiveResMap",
+                                              "velaDumpActiveResMap"};
+constexpr DiagnosticCommand kDumpResRequest{3, "vela client velaDumpResRequest",
+                                            "velaDumpResRequest"};
+constexpr DiagnosticCommand kDumpResInfo{4, "vela client velaDumpResInfo", "velaDumpResInfo"};
+constexpr DiagnosticCommand kDumpSAInfo{5, "vela client velaDumpSAInfo", "velaDumpSAInfo"};
+constexpr DiagnosticCommand kDumpPidFdList{6, "vela client velaDumpPidFdList", "velaDumpPidFdList"};
+constexpr DiagnosticCommand kDumpPidfdMonitorMap{7, "vela client velaDumpPidfdMonitorMap",
+                                                 "velaDumpPidfdMonitorMap"};
+constexpr DiagnosticCommand kDumpResRecordList{8, "vela client velaDumpResRecordList",
+                                               "velaDumpResRecordList"};
+constexpr DiagnosticCommand kHistoryRecordOn{10, "vela client velaHistoryRequestRecordOn",
+                                             "velaHistoryRequestRecordOn"};
+constexpr DiagnosticCommand kHistoryRecordOff{11, "vela client velaHistoryRequestRecordOff",
+                                              "velaHistoryRequestRecordOff"};
+
+// 0 when the service answered 1 or more; its own value is not passed on.
+int runCommand(const DiagnosticCommand& command) {
+    const int32_t result = guardedIntCall(command.entryLine, command.name,
+                                          [&](IVela& hal, int32_t* out) -> CallStatus {
+                                              VelaRequestParcel parcel{};
+                                              parcel.requestType = kDiagnosticRequest;
+                                              parcel.param4 = 1;
+                                              VelaRequestData item{};
+                                              item.id = command.code;
+                                              parcel.requestDatas.push_back(std::move(item));
+                                              return hal.resCtlRequest(parcel, out);
+                                          });
+    return result >= 1 ? 0 : -1;
+}
+
+constexpr size_t kPropertyBufferSize = 256;
+
+// The buffer is the caller's contract; an answer that does not fit is a broken service, and
+// a cut value would be passed on as if it were right.
+void copyPropertyAnswer(const std::string& answer, char* buffer) {
+    if (answer.size() >= kPropertyBufferSize) {
+        VELA_LOGE("velaPropertyGet: answer of %zu characters does not fit in %zu bytes, aborting",
+                  answer.size(), kPropertyBufferSize);
+        abort();
+    }
+    memcpy(buffer, answer.c_str(), answer.size() + 1);
+}
+
+}  // namespace
+
+int velaDumpToDoQueue() {
+    return runCommand(kDumpToDoQueue);
+}
+int velaDumpRunMap() {
+    return runCommand(kDumpRunMap);
+}
+int velaDumpActiveResMap() {
+    return runCommand(kDumpActiveResMap);
+}
+int velaDumpResRequest() {
+    return runCommand(kDumpResRequest);
+}
+int velaDumpResInfo() {
+    return runCommand(kDumpResInfo);
+}
+int velaDumpSAInfo() {
+    return runCommand(kDumpSAInfo);
+}
+int velaDumpPidFdList() {
+    return runCommand(kDumpPidFdList);
+}
+int velaDumpPidfdMonitorMap() {
+    return runCommand(kDumpPidfdMonitorMap);
+}
+int velaDumpResRecordList() {
+    return runCommand(kDumpResRecordList);
+}
+int velaHistoryRequestRecordOn() {
+    return runCommand(kHistoryRecordOn);
+}
+int velaHistoryRequestRecordOff() {
+    return runCommand(kHistoryRecordOff);
+}
+
+char* velaPropertyGet(const std::string& key) {
+    char* buffer = new (std::nothrow) char[kPropertyBufferSize];
+    if (buffer == nullptr) return nullptr;
+    // Cleared although the service normally overwrites it: callers read it even when the
+    // service could not be asked, and then it must hold a terminated string.
+    buffer[0] = '\0';
+    guardedCall("vela client velaPropertyGet", "velaPropertyGet", [&](IVela& hal) -> CallStatus {
+        std::string answer;
+        ndk::ScopedAStatus status = hal.propertyGet(key, &answer);
+        copyPropertyAnswer(answer, buffer);
+        return status;
+    });
+    VELA_LOGI("velaPropertyGet %s ", buffer);
+    return buffer;
+}
+
+int velaPropertySet(const std::string& key, const std::string& value) {
+    return guardedIntCall("vela client velaPropertySet", "velaPropertySet",
+                          [&](IVela& hal, int32_t* result) -> CallStatus {
+                              return hal.propertySet(key, value, result);
+                          });
+}
+
+}  // namespace velaHalclient

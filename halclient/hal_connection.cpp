@@ -1,0 +1,72 @@
+#include "hal_connection.h"
+
+#include <android/binder_manager.h>
+
+#include <mutex>
+#include <utility>
+
+#include "halclient_log.h"
+
+namespace velaHalclient {
+
+std::shared_ptr<IVela> g_vela_hal;
+std::shared_timed_mutex halLock;
+ndk::ScopedAIBinder_DeathRecipient deathRecipient;
+
+void get_vela_hal_and_link_to_death() {
+    {
+        std::shared_lock<std::shared_timed_mutex> shared(halLock);
+        if (g_vela_hal != nullptr) return;
+    }
+
+    // Declared before the lock so that it is freed after the lock is released: freeing a
+    // recipient may have to wait for its callback, which itself waits for halLock.
+    ndk::ScopedAIBinder_DeathRecipient superseded;
+    std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
+    // The lock was dropped in between, so another thread may have connected meanwhile; that
+    // case is reported with the same line as an undeclared service.
+    if (g_vela_hal != nullptr || !AServiceManager_isDeclared(kVelaInstance)) {
+        VELA_LOGE("Vela is not declared, AServiceManager_isDeclared:%d",
+                  AServiceManager_isDeclared(kVelaInstance) ? 1 : 0);
+        return;
+    }
+
+    {
+        ndk::SpAIBinder binder(AServiceManager_waitForService(kVelaInstance));
+        g_vela_hal = IVela::fromBinder(binder);
+    }
+    if (g_vela_hal == nullptr) {
+        VELA_LOGE("Vela HAL Service not found");
+        return;
+    }
+
+    // Free the previous recipient rather than keep one per reconnection: it may still be
+    // linked to a live binder and would report a later death twice.
+    superseded = std::move(deathRecipient);
+    deathRecipient = ndk::ScopedAIBinder_DeathRecipient(AIBinder_DeathRecipient_new(onVelaHalDied));
+    binder_status_t linked = AIBinder_linkToDeath(g_vela_hal->asBinder().get(),
+                                                  deathRecipient.get(), g_vela_hal.get());
+    if (linked != STATUS_OK) {
+        std::shared_ptr<IVela> unlinked = std::move(g_vela_hal);
+        VELA_LOGE("Unable to link to g_vela_hal death notifications!");
+        exclusive.unlock();
+    }
+}
+
+void onVelaHalDied(void* /*cookie*/) {
+    std::shared_ptr<IVela> dead;
+    std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
+    dead = std::move(g_vela_hal);
+    VELA_LOGE("Vela HAL Service died");
+    // The last reference goes after the lock: releasing a proxy calls into the runtime.
+    exclusive.unlock();
+}
+
+void dropVelaHal() {
+    std::shared_ptr<IVela> dropped;
+    std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
+    dropped = std::move(g_vela_hal);
+    exclusive.unlock();
+}
+
+}  // namespace velaHalclient
