@@ -1,5 +1,5 @@
-# The client library is built from one static component per subsystem; the shared library
-# takes them whole, and tests link the components they exercise directly, so that they can
+# The client library is built from one component per subsystem; the shared library takes all
+# their objects, and tests link the static components they exercise directly, so that they can
 # reach internals that the shared library keeps hidden.
 function(pax_component name dir)
     cmake_parse_arguments(C "" "" "DEPS" ${ARGN})
@@ -7,15 +7,18 @@ function(pax_component name dir)
     if(NOT srcs)
         return()
     endif()
-    add_library(${name} STATIC ${srcs})
-    set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden
-                                             VISIBILITY_INLINES_HIDDEN ON)
-    target_include_directories(${name}
+    # Compiled once: the objects go both into the static component and the shared library.
+    add_library(${name}_obj OBJECT ${srcs})
+    set_target_properties(${name}_obj PROPERTIES CXX_VISIBILITY_PRESET hidden
+                                                 VISIBILITY_INLINES_HIDDEN ON)
+    target_include_directories(${name}_obj
         PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
         PRIVATE ${PROJECT_SOURCE_DIR}/${dir})
-    target_compile_definitions(${name} PRIVATE PAX_BUILDING_LIBRARY)
-    target_link_libraries(${name} PUBLIC ${C_DEPS} PRIVATE pax_warnings)
-    set_property(GLOBAL APPEND PROPERTY PAX_COMPONENTS ${name})
+    target_compile_definitions(${name}_obj PRIVATE PAX_BUILDING_LIBRARY)
+    target_link_libraries(${name}_obj PUBLIC ${C_DEPS} PRIVATE pax_warnings)
+    add_library(${name} STATIC $<TARGET_OBJECTS:${name}_obj>)
+    target_link_libraries(${name} PUBLIC ${name}_obj ${C_DEPS})
+    set_property(GLOBAL APPEND PROPERTY PAX_COMPONENTS ${name}_obj)
 endfunction()
 
 pax_component(pax_utils utils)
@@ -30,7 +33,11 @@ endforeach()
 pax_component(pax_wrapper wrapper DEPS ${wrapper_deps})
 
 get_property(components GLOBAL PROPERTY PAX_COMPONENTS)
-add_library(norvo-pax-client SHARED ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
+set(component_objects)
+foreach(c ${components})
+    list(APPEND component_objects $<TARGET_OBJECTS:${c}>)
+endforeach()
+add_library(norvo-pax-client SHARED ${PROJECT_SOURCE_DIR}/cmake/empty.cpp ${component_objects})
 add_library(NorvoPaxClient::client ALIAS norvo-pax-client)
 set_target_properties(norvo-pax-client PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
@@ -40,5 +47,5 @@ target_include_directories(norvo-pax-client PUBLIC
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/norvo-pax-client>)
 target_link_libraries(norvo-pax-client
     PUBLIC vela_aidl_ndk hostbinder_ndk
-    PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,${components}>" android_log android_cutils)
+    PRIVATE android_log android_cutils PkgConfig::JSONCPP)
 target_link_options(norvo-pax-client PRIVATE "LINKER:--no-undefined")

@@ -17,8 +17,9 @@ typedef struct AIBinder AIBinder;
 struct AParcel;
 typedef struct AParcel AParcel;
 
-// Receives the length of a string to read (-1 for null) and returns where to put length + 1
-// bytes, or null to refuse. `stringData` is what AParcel_readString was given.
+// Receives the length of the string to read plus one for its terminator (-1 for a null string)
+// and returns a buffer of that many bytes, or false to refuse. `stringData` is what
+// AParcel_readString was given.
 typedef bool (*AParcel_stringAllocator)(void* stringData, int32_t length, char** buffer);
 
 HOSTBINDER_API AParcel* AParcel_create(void);

@@ -13,10 +13,11 @@
 namespace ndk {
 
 namespace parcel_detail {
+// Allocators are given the string's length plus one for its terminator (-1 for null).
 inline bool resizeString(void* stringData, int32_t length, char** buffer) {
-    if (length < 0) return false;
+    if (length <= 0) return false;
     auto* str = static_cast<std::string*>(stringData);
-    str->resize(static_cast<size_t>(length));
+    str->resize(static_cast<size_t>(length - 1));
     *buffer = str->data();
     return true;
 }
@@ -27,7 +28,8 @@ inline bool resizeNullableString(void* stringData, int32_t length, char** buffer
         *buffer = nullptr;
         return true;
     }
-    str->emplace(static_cast<size_t>(length), '\0');
+    if (length == 0) return false;
+    str->emplace(static_cast<size_t>(length - 1), '\0');
     *buffer = (*str)->data();
     return true;
 }

@@ -1,0 +1,269 @@
+// AIBinder: reference counting, classes, transactions, weak references and death links.
+#include "binder.h"
+
+#include "parcel.h"
+#include "session.h"
+
+#include <android/binder_parcel_utils.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+void AIBinder::decStrong() {
+    if (strong.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        onLastStrongRef();
+        decWeak();
+    }
+}
+
+bool AIBinder::tryIncStrong() {
+    int32_t current = strong.load(std::memory_order_relaxed);
+    while (current > 0) {
+        if (strong.compare_exchange_weak(current, current + 1, std::memory_order_acq_rel)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void AIBinder::decWeak() {
+    if (weak.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+}
+
+void LocalBinder::onLastStrongRef() {
+    const AIBinder_Class* c = clazz.load();
+    if (c != nullptr && c->onDestroy != nullptr) c->onDestroy(userData);
+}
+
+void RemoteBinder::onLastStrongRef() { session->proxyGone(this); }
+
+std::vector<DeathLink> RemoteBinder::die() {
+    std::lock_guard<std::mutex> lock(mutex);
+    dead = true;
+    return std::move(links);
+}
+
+namespace {
+bool readDescriptor(const AParcel* in, std::string* out) {
+    return ndk::AParcel_readString(in, out) == STATUS_OK;
+}
+}  // namespace
+
+binder_status_t dispatchLocal(LocalBinder* binder, transaction_code_t code, const AParcel* in,
+                              AParcel* out) {
+    const AIBinder_Class* clazz = binder->clazz.load();
+    if (code == kPingTransaction) return STATUS_OK;
+    if (code == kInterfaceTransaction) {
+        return ndk::AParcel_writeString(out, clazz == nullptr ? std::string() : clazz->descriptor);
+    }
+    if (code < FIRST_CALL_TRANSACTION || code > LAST_CALL_TRANSACTION) {
+        return STATUS_UNKNOWN_TRANSACTION;
+    }
+    std::string token;
+    if (!readDescriptor(in, &token) || clazz == nullptr || token != clazz->descriptor) {
+        return STATUS_BAD_TYPE;
+    }
+    binder_status_t status = clazz->onTransact(binder, code, in, out);
+    AParcel_setDataPosition(out, 0);
+    return status;
+}
+
+extern "C" {
+
+AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
+                                      AIBinder_Class_onCreate onCreate,
+                                      AIBinder_Class_onDestroy onDestroy,
+                                      AIBinder_Class_onTransact onTransact) {
+    if (interfaceDescriptor == nullptr || onCreate == nullptr || onDestroy == nullptr ||
+        onTransact == nullptr) {
+        return nullptr;
+    }
+    return new (std::nothrow) AIBinder_Class{interfaceDescriptor, onCreate, onDestroy, onTransact};
+}
+
+const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz) {
+    return clazz == nullptr ? nullptr : clazz->descriptor.c_str();
+}
+
+AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args) {
+    if (clazz == nullptr) return nullptr;
+    auto* binder = new (std::nothrow) LocalBinder;
+    if (binder == nullptr) return nullptr;
+    binder->clazz.store(clazz);
+    binder->userData = clazz->onCreate(args);
+    return binder;
+}
+
+bool AIBinder_isRemote(const AIBinder* binder) { return binder != nullptr && binder->isRemote(); }
+
+bool AIBinder_isAlive(const AIBinder* binder) {
+    if (binder == nullptr) return false;
+    if (!binder->isRemote()) return true;
+    auto* remote = const_cast<RemoteBinder*>(static_cast<const RemoteBinder*>(binder));
+    std::lock_guard<std::mutex> lock(remote->mutex);
+    return !remote->dead && remote->session->alive();
+}
+
+binder_status_t AIBinder_ping(AIBinder* binder) {
+    if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
+    if (!binder->isRemote()) return STATUS_OK;
+    AParcel* in = AParcel_create();
+    AParcel* out = nullptr;
+    binder_status_t status = AIBinder_transact(binder, kPingTransaction, &in, &out, 0);
+    AParcel_delete(out);
+    return status;
+}
+
+void AIBinder_incStrong(AIBinder* binder) {
+    if (binder != nullptr) binder->incStrong();
+}
+
+void AIBinder_decStrong(AIBinder* binder) {
+    if (binder != nullptr) binder->decStrong();
+}
+
+int32_t AIBinder_debugGetRefCount(AIBinder* binder) {
+    return binder == nullptr ? -1 : binder->strong.load();
+}
+
+bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
+    if (binder == nullptr || clazz == nullptr) return false;
+    const AIBinder_Class* current = binder->clazz.load();
+    if (current != nullptr) return current == clazz || current->descriptor == clazz->descriptor;
+    if (!binder->isRemote()) return false;
+
+    auto* remote = static_cast<RemoteBinder*>(binder);
+    std::string descriptor;
+    {
+        std::lock_guard<std::mutex> lock(remote->mutex);
+        if (remote->descriptorKnown) descriptor = remote->descriptor;
+    }
+    if (descriptor.empty()) {
+        AParcel* in = AParcel_create();
+        AParcel* out = nullptr;
+        if (AIBinder_transact(binder, kInterfaceTransaction, &in, &out, 0) != STATUS_OK) {
+            return false;
+        }
+        bool ok = readDescriptor(out, &descriptor);
+        AParcel_delete(out);
+        if (!ok) return false;
+        std::lock_guard<std::mutex> lock(remote->mutex);
+        remote->descriptor = descriptor;
+        remote->descriptorKnown = true;
+    }
+    if (descriptor != clazz->descriptor) return false;
+    const AIBinder_Class* expected = nullptr;
+    if (binder->clazz.compare_exchange_strong(expected, clazz)) return true;
+    return expected == clazz || expected->descriptor == clazz->descriptor;
+}
+
+const AIBinder_Class* AIBinder_getClass(AIBinder* binder) {
+    return binder == nullptr ? nullptr : binder->clazz.load();
+}
+
+void* AIBinder_getUserData(AIBinder* binder) {
+    if (binder == nullptr || binder->isRemote()) return nullptr;
+    return static_cast<LocalBinder*>(binder)->userData;
+}
+
+uid_t AIBinder_getCallingUid() { return callingIdentity().uid; }
+pid_t AIBinder_getCallingPid() { return callingIdentity().pid; }
+bool AIBinder_isHandlingTransaction() { return callingIdentity().handling; }
+
+binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
+    if (binder == nullptr || in == nullptr) return STATUS_UNEXPECTED_NULL;
+    auto parcel = std::make_unique<AParcel>();
+    // The interface token lets the receiving end refuse a call meant for another interface.
+    const AIBinder_Class* clazz = binder->clazz.load();
+    binder_status_t status = ndk::AParcel_writeString(
+            parcel.get(), clazz == nullptr ? std::string() : clazz->descriptor);
+    if (status != STATUS_OK) return status;
+    *in = parcel.release();
+    return STATUS_OK;
+}
+
+binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in,
+                                  AParcel** out, binder_flags_t flags) {
+    std::unique_ptr<AParcel> input(in == nullptr ? nullptr : *in);
+    if (in != nullptr) *in = nullptr;
+    if (binder == nullptr || input == nullptr || out == nullptr) return STATUS_UNEXPECTED_NULL;
+    if ((flags & ~static_cast<binder_flags_t>(FLAG_ONEWAY)) != 0) return STATUS_BAD_VALUE;
+    *out = nullptr;
+    if (binder->isRemote()) {
+        auto* remote = static_cast<RemoteBinder*>(binder);
+        {
+            std::lock_guard<std::mutex> lock(remote->mutex);
+            if (remote->dead) return STATUS_DEAD_OBJECT;
+        }
+        return remote->session->transact(remote, code, std::move(input), out, flags);
+    }
+    // A local binder is called directly, as the device's runtime does in-process.
+    input->position = 0;
+    auto reply = std::make_unique<AParcel>();
+    binder_status_t status =
+            dispatchLocal(static_cast<LocalBinder*>(binder), code, input.get(), reply.get());
+    if (status == STATUS_OK) *out = reply.release();
+    return status;
+}
+
+AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {
+    if (binder == nullptr) return nullptr;
+    binder->incWeak();
+    return new (std::nothrow) AIBinder_Weak{binder};
+}
+
+void AIBinder_Weak_delete(AIBinder_Weak* weakBinder) {
+    if (weakBinder == nullptr) return;
+    weakBinder->binder->decWeak();
+    delete weakBinder;
+}
+
+AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder) {
+    if (weakBinder == nullptr) return nullptr;
+    return weakBinder->binder->tryIncStrong() ? weakBinder->binder : nullptr;
+}
+
+AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(
+        AIBinder_DeathRecipient_onBinderDied onBinderDied) {
+    if (onBinderDied == nullptr) return nullptr;
+    auto state = std::make_shared<DeathRecipientState>();
+    state->onDied = onBinderDied;
+    return new (std::nothrow) AIBinder_DeathRecipient{std::move(state)};
+}
+
+void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
+    if (recipient == nullptr) return;
+    // Links elsewhere keep the state alive but will not call it any more.
+    recipient->state->deleted.store(true);
+    delete recipient;
+}
+
+binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                     void* cookie) {
+    if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
+    if (!binder->isRemote()) return STATUS_INVALID_OPERATION;
+    auto* remote = static_cast<RemoteBinder*>(binder);
+    std::lock_guard<std::mutex> lock(remote->mutex);
+    if (remote->dead || !remote->session->alive()) return STATUS_DEAD_OBJECT;
+    remote->links.push_back({recipient->state, cookie});
+    return STATUS_OK;
+}
+
+binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                       void* cookie) {
+    if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
+    if (!binder->isRemote()) return STATUS_INVALID_OPERATION;
+    auto* remote = static_cast<RemoteBinder*>(binder);
+    std::lock_guard<std::mutex> lock(remote->mutex);
+    if (remote->dead) return STATUS_DEAD_OBJECT;
+    for (auto it = remote->links.begin(); it != remote->links.end(); ++it) {
+        if (it->recipient == recipient->state && it->cookie == cookie) {
+            remote->links.erase(it);
+            return STATUS_OK;
+        }
+    }
+    return STATUS_NAME_NOT_FOUND;
+}
+
+}  // extern "C"

@@ -1,0 +1,43 @@
+// The parcel's internal form, shared by the parcel functions and the transport.
+#pragma once
+
+#include <android/binder_parcel.h>
+
+#include <cstdint>
+#include <vector>
+
+// Where a binder object sits in the data, and the binder itself (one strong reference held).
+struct ParcelObject {
+    uint32_t offset;
+    AIBinder* binder;
+};
+
+// A binder object takes this many bytes in the data: kind, padding, and a 64-bit id.
+constexpr uint32_t kObjectSize = 16;
+enum ObjectKind : int32_t {
+    kObjectNull = 0,
+    kObjectSenderLocal = 1,    // an object of the sender; id is the sender's export id
+    kObjectReceiverLocal = 2,  // an object of the receiver; id is the receiver's export id
+    kObjectInProcess = 3,      // not yet sent: the binder is in the object list
+};
+
+struct AParcel {
+    std::vector<uint8_t> data;
+    // mutable: reading moves the position of a const parcel, as in the NDK.
+    mutable uint32_t position = 0;
+    std::vector<ParcelObject> objects;  // in increasing offset order
+
+    AParcel() = default;
+    AParcel(const AParcel&) = delete;
+    AParcel& operator=(const AParcel&) = delete;
+    ~AParcel();
+
+    void clearObjects();
+    // Drops the objects that overlap [begin, end) before those bytes are overwritten.
+    void forgetObjectsIn(uint32_t begin, uint32_t end);
+};
+
+// Largest parcel the runtime accepts, in bytes.
+constexpr uint32_t kMaxParcelSize = 16u << 20;
+// Largest number of binder objects in one parcel.
+constexpr uint32_t kMaxParcelObjects = 4096;

@@ -1,0 +1,434 @@
+#include "session.h"
+
+#include "thread_pool.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+namespace {
+bool readFully(int fd, void* buffer, size_t size) {
+    auto* p = static_cast<uint8_t*>(buffer);
+    while (size > 0) {
+        ssize_t n = recv(fd, p, size, 0);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool writeFully(int fd, const uint8_t* p, size_t size) {
+    while (size > 0) {
+        ssize_t n = ::send(fd, p, size, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+constexpr uint64_t kRootId = 0;
+}  // namespace
+
+CallingIdentity& callingIdentity() {
+    thread_local CallingIdentity identity{getuid(), getpid(), false};
+    return identity;
+}
+
+std::shared_ptr<Session> Session::start(int fd, std::string instance, AIBinder* root) {
+    std::shared_ptr<Session> s(new Session(fd, std::move(instance), root));
+    ucred cred{};
+    socklen_t len = sizeof(cred);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) {
+        s->mPeerPid = cred.pid;
+        s->mPeerUid = cred.uid;
+    }
+    SessionRegistry::get().add(s);
+    std::thread([s] { s->readLoop(); }).detach();
+    return s;
+}
+
+Session::Session(int fd, std::string instance, AIBinder* root)
+    : mFd(fd), mInstance(std::move(instance)), mRoot(root) {
+    if (mRoot != nullptr) {
+        AIBinder_incStrong(mRoot);
+        mExports[kRootId] = Export{mRoot, UINT64_MAX};
+        mExportIds[mRoot] = kRootId;
+    }
+}
+
+Session::~Session() {
+    if (mRoot != nullptr) AIBinder_decStrong(mRoot);
+    // Closed only here: a late reply or release after the peer went must not write to a
+    // descriptor number that has meanwhile been reused.
+    close(mFd);
+}
+
+bool Session::alive() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return !mDead;
+}
+
+void Session::shutdown() { ::shutdown(mFd, SHUT_RDWR); }
+
+AIBinder* Session::rootProxy() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return proxyForLocked(kRootId);
+}
+
+AIBinder* Session::proxyForLocked(uint64_t id) {
+    auto it = mProxies.find(id);
+    if (it != mProxies.end() && it->second->tryIncStrong()) {
+        it->second->acquired++;
+        return it->second;
+    }
+    auto* proxy = new RemoteBinder(shared_from_this(), id);
+    proxy->acquired = 1;
+    if (mDead) proxy->dead = true;
+    mProxies[id] = proxy;
+    return proxy;
+}
+
+AIBinder* Session::exportedLocked(uint64_t id) {
+    auto it = mExports.find(id);
+    if (it == mExports.end()) return nullptr;
+    AIBinder_incStrong(it->second.binder);
+    return it->second.binder;
+}
+
+void Session::proxyGone(RemoteBinder* proxy) {
+    WireHeader release{};
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        auto it = mProxies.find(proxy->remoteId);
+        if (it != mProxies.end() && it->second == proxy) mProxies.erase(it);
+        if (mDead || proxy->remoteId == kRootId || proxy->acquired == 0) return;
+        release.magic = kWireMagic;
+        release.type = kWireRelease;
+        release.target = proxy->remoteId;
+        release.code = proxy->acquired;
+    }
+    send(release, {}, {});
+}
+
+binder_status_t Session::flatten(const AParcel& parcel, std::vector<uint8_t>* data,
+                                 std::vector<uint32_t>* offsets) {
+    *data = parcel.data;
+    offsets->clear();
+    if (parcel.objects.empty()) return STATUS_OK;
+    std::vector<AIBinder*> exported;
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (mDead) return STATUS_DEAD_OBJECT;
+    for (const ParcelObject& o : parcel.objects) {
+        int32_t kind;
+        uint64_t id;
+        if (o.binder->isRemote()) {
+            auto* remote = static_cast<RemoteBinder*>(o.binder);
+            // A proxy can only go back to the process it came from.
+            if (remote->session.get() != this) return STATUS_BAD_VALUE;
+            kind = kObjectReceiverLocal;
+            id = remote->remoteId;
+        } else {
+            kind = kObjectSenderLocal;
+            auto known = mExportIds.find(o.binder);
+            if (known != mExportIds.end()) {
+                id = known->second;
+                mExports[id].count++;
+            } else {
+                id = mNextExportId++;
+                AIBinder_incStrong(o.binder);
+                mExports[id] = Export{o.binder, 1};
+                mExportIds[o.binder] = id;
+            }
+        }
+        memcpy(data->data() + o.offset, &kind, sizeof(kind));
+        memcpy(data->data() + o.offset + 8, &id, sizeof(id));
+        offsets->push_back(o.offset);
+    }
+    return STATUS_OK;
+}
+
+binder_status_t Session::unflatten(AParcel* parcel, const std::vector<uint32_t>& offsets) {
+    binder_status_t result = STATUS_OK;
+    uint32_t nextFree = 0;
+    std::lock_guard<std::mutex> lock(mMutex);
+    for (uint32_t offset : offsets) {
+        // Objects must be aligned, in order, apart, and inside the data.
+        if (offset % 4 != 0 || offset < nextFree || offset > parcel->data.size() ||
+            parcel->data.size() - offset < kObjectSize) {
+            result = STATUS_BAD_VALUE;
+            continue;
+        }
+        nextFree = offset + kObjectSize;
+        int32_t kind;
+        uint64_t id;
+        memcpy(&kind, parcel->data.data() + offset, sizeof(kind));
+        memcpy(&id, parcel->data.data() + offset + 8, sizeof(id));
+        AIBinder* binder = nullptr;
+        if (kind == kObjectSenderLocal) {
+            // Taken even when the parcel is refused, so that the release we send when the
+            // parcel goes balances what the sender counted.
+            binder = proxyForLocked(id);
+        } else if (kind == kObjectReceiverLocal) {
+            binder = exportedLocked(id);
+        }
+        if (binder == nullptr) {
+            result = STATUS_BAD_VALUE;
+            continue;
+        }
+        parcel->objects.push_back({offset, binder});
+    }
+    return result;
+}
+
+bool Session::send(const WireHeader& h, const std::vector<uint32_t>& offsets,
+                   const std::vector<uint8_t>& data) {
+    WireHeader header = h;
+    header.magic = kWireMagic;
+    header.objectCount = static_cast<uint32_t>(offsets.size());
+    header.dataSize = static_cast<uint32_t>(data.size());
+    std::vector<uint8_t> buffer(sizeof(header) + offsets.size() * sizeof(uint32_t) + data.size());
+    uint8_t* p = buffer.data();
+    memcpy(p, &header, sizeof(header));
+    p += sizeof(header);
+    if (!offsets.empty()) memcpy(p, offsets.data(), offsets.size() * sizeof(uint32_t));
+    p += offsets.size() * sizeof(uint32_t);
+    if (!data.empty()) memcpy(p, data.data(), data.size());
+    std::lock_guard<std::mutex> lock(mWriteMutex);
+    if (!writeFully(mFd, buffer.data(), buffer.size())) {
+        shutdown();
+        return false;
+    }
+    return true;
+}
+
+void Session::sendReply(uint64_t txId, binder_status_t status, AParcel* reply) {
+    WireHeader h{};
+    h.type = kWireReply;
+    h.txId = txId;
+    h.status = status;
+    std::vector<uint8_t> data;
+    std::vector<uint32_t> offsets;
+    if (status == STATUS_OK && reply != nullptr) {
+        binder_status_t flat = flatten(*reply, &data, &offsets);
+        if (flat != STATUS_OK) {
+            h.status = flat;
+            data.clear();
+            offsets.clear();
+        }
+    }
+    send(h, offsets, data);
+}
+
+binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
+                                  std::unique_ptr<AParcel> in, AParcel** out,
+                                  binder_flags_t flags) {
+    WireHeader h{};
+    h.type = kWireTransact;
+    h.target = target->remoteId;
+    h.code = code;
+    h.flags = flags;
+    std::vector<uint8_t> data;
+    std::vector<uint32_t> offsets;
+    binder_status_t status = flatten(*in, &data, &offsets);
+    if (status != STATUS_OK) return status;
+    in.reset();
+
+    if (flags & FLAG_ONEWAY) {
+        if (!alive()) return STATUS_DEAD_OBJECT;
+        return send(h, offsets, data) ? STATUS_OK : STATUS_DEAD_OBJECT;
+    }
+
+    Pending pending;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mDead) return STATUS_DEAD_OBJECT;
+        h.txId = mNextTxId++;
+        mPending[h.txId] = &pending;
+    }
+    send(h, offsets, data);  // a failed send ends the session, which answers `pending`
+    std::unique_lock<std::mutex> lock(mMutex);
+    pending.cv.wait(lock, [&] { return pending.done; });
+    mPending.erase(h.txId);
+    lock.unlock();
+    if (pending.status != STATUS_OK) return pending.status;
+    if (pending.reply == nullptr) pending.reply = std::make_unique<AParcel>();
+    *out = pending.reply.release();
+    return STATUS_OK;
+}
+
+void Session::readLoop() {
+    for (;;) {
+        WireHeader h;
+        if (!readFully(mFd, &h, sizeof(h))) break;
+        if (h.magic != kWireMagic || h.dataSize > kMaxParcelSize ||
+            h.objectCount > kMaxParcelObjects ||
+            (h.type != kWireTransact && h.type != kWireReply && h.type != kWireRelease)) {
+            break;  // not our protocol, or lying about sizes: the connection cannot be trusted
+        }
+        std::vector<uint32_t> offsets(h.objectCount);
+        std::vector<uint8_t> data(h.dataSize);
+        if (h.objectCount > 0 && !readFully(mFd, offsets.data(), h.objectCount * 4)) break;
+        if (h.dataSize > 0 && !readFully(mFd, data.data(), h.dataSize)) break;
+        if (!handle(h, offsets, data)) break;
+    }
+    teardown();
+}
+
+bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
+                     std::vector<uint8_t>& data) {
+    switch (h.type) {
+        case kWireRelease: {
+            AIBinder* drop = nullptr;
+            {
+                std::lock_guard<std::mutex> lock(mMutex);
+                auto it = mExports.find(h.target);
+                if (it == mExports.end() || h.target == kRootId) return true;
+                if (it->second.count <= h.code) {
+                    drop = it->second.binder;
+                    mExportIds.erase(drop);
+                    mExports.erase(it);
+                } else {
+                    it->second.count -= h.code;
+                }
+            }
+            if (drop != nullptr) AIBinder_decStrong(drop);
+            return true;
+        }
+        case kWireReply: {
+            auto reply = std::make_unique<AParcel>();
+            reply->data = std::move(data);
+            binder_status_t status = h.status;
+            if (status == STATUS_OK) {
+                binder_status_t flat = unflatten(reply.get(), offsets);
+                if (flat != STATUS_OK) status = flat;
+            }
+            std::lock_guard<std::mutex> lock(mMutex);
+            auto it = mPending.find(h.txId);
+            if (it == mPending.end()) return false;  // a reply nobody asked for
+            it->second->status = status;
+            it->second->reply = std::move(reply);
+            it->second->done = true;
+            it->second->cv.notify_one();
+            return true;
+        }
+        case kWireTransact: {
+            const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
+            auto in = std::make_shared<AParcel>();
+            in->data = std::move(data);
+            binder_status_t status = unflatten(in.get(), offsets);
+            AIBinder* target = nullptr;
+            if (status == STATUS_OK) {
+                std::lock_guard<std::mutex> lock(mMutex);
+                target = exportedLocked(h.target);
+                if (target == nullptr) status = STATUS_BAD_VALUE;
+            }
+            if (status != STATUS_OK) {
+                if (!oneway) sendReply(h.txId, status, nullptr);
+                return true;
+            }
+            std::shared_ptr<Session> self = shared_from_this();
+            const uid_t uid = mPeerUid;
+            const pid_t pid = mPeerPid;
+            ThreadPool::get().post([self, target, in, h, oneway, uid, pid] {
+                CallingIdentity saved = callingIdentity();
+                callingIdentity() = {uid, pid, true};
+                AParcel reply;
+                binder_status_t status = dispatchLocal(static_cast<LocalBinder*>(target), h.code,
+                                                       in.get(), &reply);
+                callingIdentity() = saved;
+                if (!oneway) self->sendReply(h.txId, status, &reply);
+                AIBinder_decStrong(target);
+            });
+            return true;
+        }
+    }
+    return false;
+}
+
+void Session::teardown() {
+    std::vector<AIBinder*> exports;
+    std::vector<AIBinder*> proxies;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mDead = true;
+        for (auto& entry : mPending) {
+            entry.second->status = STATUS_DEAD_OBJECT;
+            entry.second->done = true;
+            entry.second->cv.notify_one();
+        }
+        for (auto& entry : mExports) {
+            // The root's reference belongs to the session and goes with it.
+            if (entry.first != kRootId) exports.push_back(entry.second.binder);
+        }
+        mExports.clear();
+        mExportIds.clear();
+        for (auto& entry : mProxies) {
+            if (entry.second->tryIncStrong()) proxies.push_back(entry.second);
+        }
+    }
+    SessionRegistry::get().remove(this);
+    // Dropping the exports may destroy the caller's objects: no lock is held here.
+    for (AIBinder* b : exports) AIBinder_decStrong(b);
+    for (AIBinder* b : proxies) {
+        auto* proxy = static_cast<RemoteBinder*>(b);
+        std::vector<DeathLink> links = proxy->die();
+        ThreadPool::get().post([proxy, links = std::move(links)] {
+            for (const DeathLink& link : links) {
+                if (!link.recipient->deleted.load()) link.recipient->onDied(link.cookie);
+            }
+            AIBinder_decStrong(proxy);
+        });
+    }
+}
+
+SessionRegistry& SessionRegistry::get() {
+    static SessionRegistry* registry = new SessionRegistry;
+    return *registry;
+}
+
+void SessionRegistry::add(const std::shared_ptr<Session>& s) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mSessions.push_back(s);
+}
+
+void SessionRegistry::remove(Session* s) {
+    std::shared_ptr<Session> last;  // destroyed after the lock is released
+    std::lock_guard<std::mutex> lock(mMutex);
+    auto it = std::find_if(mSessions.begin(), mSessions.end(),
+                           [s](const std::shared_ptr<Session>& p) { return p.get() == s; });
+    if (it != mSessions.end()) {
+        last = std::move(*it);
+        mSessions.erase(it);
+    }
+}
+
+std::shared_ptr<Session> SessionRegistry::clientFor(const std::string& instance) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    for (auto& s : mSessions) {
+        if (!s->serverSide() && s->instance() == instance && s->alive()) return s;
+    }
+    return nullptr;
+}
+
+std::vector<std::shared_ptr<Session>> SessionRegistry::serverSessionsOf(
+        const std::string& instance) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    std::vector<std::shared_ptr<Session>> out;
+    for (auto& s : mSessions) {
+        if (s->serverSide() && s->instance() == instance) out.push_back(s);
+    }
+    return out;
+}
+
+int32_t SessionRegistry::count() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return static_cast<int32_t>(mSessions.size());
+}

@@ -1,0 +1,28 @@
+// What travels on a connection: a fixed header, the offsets of the binder objects in the
+// data, then the data. Every size in it is checked before anything is allocated.
+#pragma once
+
+#include <cstdint>
+
+constexpr uint32_t kWireMagic = 0x314e4248;  // "HBN1"
+
+enum WireType : uint32_t {
+    kWireTransact = 1,
+    kWireReply = 2,
+    // The receiver lets go of `count` references to object `target` of the peer's.
+    kWireRelease = 3,
+};
+
+struct WireHeader {
+    uint32_t magic;
+    uint32_t type;
+    uint64_t txId;
+    uint64_t target;  // transact: the receiver's object; release: the object released
+    uint32_t code;    // transact: the code; release: how many references
+    uint32_t flags;
+    int32_t status;  // reply: the transaction's status
+    uint32_t objectCount;
+    uint32_t dataSize;
+    uint32_t reserved;
+};
+static_assert(sizeof(WireHeader) == 48, "the header is part of the wire format");

@@ -1,0 +1,147 @@
+// Death of a service in another process: the recipient runs once on a binder thread, calls in
+// flight fail with a dead object, and waiting for the service yields a fresh working proxy.
+#include "RecordingVela.h"
+
+#include <aidl/vendor/norvo/hardware/vela/IVela.h>
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+#include <hostbinder/hostbinder.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+using aidl::vendor::norvo::hardware::vela::IVela;
+using namespace hbtest;
+
+namespace {
+
+constexpr const char* kChildEnv = "HOSTBINDER_TEST_CHILD";
+
+// The child side: this same program, started again with kChildEnv set, serves and never
+// returns to the tests.
+[[maybe_unused]] const int childHook = [] {
+    const char* mode = getenv(kChildEnv);
+    if (mode == nullptr) return 0;
+    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    if (std::string(mode) == "hold") service->holdRequests();
+    if (AServiceManager_addService(service->asBinder().get(), kInstance) != EX_NONE) _exit(3);
+    ABinderProcess_joinThreadPool();
+    return 0;
+}();
+
+pid_t startChild(const char* mode) {
+    pid_t pid = fork();
+    if (pid == 0) {
+        setenv(kChildEnv, mode, 1);
+        execl("/proc/self/exe", "hostbinder_child", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    return pid;
+}
+
+void killChild(pid_t pid) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+}
+
+std::atomic<int> gDeaths{0};
+std::atomic<bool> gDeathOnBinderThread{false};
+void onDied(void* cookie) {
+    gDeathOnBinderThread = HostBinder_isBinderThread();
+    static_cast<std::atomic<int>*>(cookie)->fetch_add(1);
+}
+
+}  // namespace
+
+TEST(Death, KilledServiceIsNoticedOnceAndComesBackFresh) {
+    ASSERT_EQ(STATUS_OK, HostBinder_declareService(kInstance));
+    pid_t child = startChild("hold");
+    ASSERT_GT(child, 0);
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
+    ASSERT_NE(nullptr, vela);
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
+    ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(vela->asBinder().get(), recipient.get(), &gDeaths));
+
+    auto inFlight = std::async(std::launch::async, [vela] {
+        VelaRequestParcel p{};
+        int32_t out = -1;
+        ndk::ScopedAStatus st = vela->resCtlRequest(p, &out);
+        return std::make_pair(st.isOk(), st.getStatus());
+    });
+    ASSERT_EQ(std::future_status::timeout, inFlight.wait_for(std::chrono::milliseconds(200)));
+    killChild(child);
+
+    auto [ok, status] = inFlight.get();
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(STATUS_DEAD_OBJECT, status);
+    for (int i = 0; i < 500 && gDeaths == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(1, gDeaths.load());
+    EXPECT_TRUE(gDeathOnBinderThread);
+    EXPECT_FALSE(AIBinder_isAlive(vela->asBinder().get()));
+    EXPECT_EQ(STATUS_DEAD_OBJECT,
+              AIBinder_linkToDeath(vela->asBinder().get(), recipient.get(), &gDeaths));
+    int32_t out;
+    EXPECT_EQ(STATUS_DEAD_OBJECT, vela->resCtlRelease(1, &out).getStatus());
+
+    auto waiter = std::async(std::launch::async, [] {
+        return IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
+    });
+    EXPECT_EQ(std::future_status::timeout, waiter.wait_for(std::chrono::milliseconds(200)));
+    child = startChild("serve");
+    auto fresh = waiter.get();
+    ASSERT_NE(nullptr, fresh);
+    EXPECT_NE(vela->asBinder().get(), fresh->asBinder().get());
+    EXPECT_TRUE(fresh->resCtlRelease(1, &out).isOk());
+    EXPECT_EQ(2, out);
+    EXPECT_EQ(1, gDeaths.load());
+    killChild(child);
+}
+
+TEST(Death, StoppingAnInProcessServiceLooksLikeDeathToItsClients) {
+    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_NE(nullptr, vela);
+    std::atomic<int> deaths{0};
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
+    ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(vela->asBinder().get(), recipient.get(), &deaths));
+
+    ASSERT_EQ(STATUS_OK, HostBinder_stopService(kInstance));
+    for (int i = 0; i < 500 && deaths == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    EXPECT_EQ(1, deaths.load());
+    EXPECT_EQ(nullptr, AServiceManager_checkService(kInstance));
+    EXPECT_EQ(STATUS_NAME_NOT_FOUND, HostBinder_stopService(kInstance));
+
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+    auto again = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_NE(nullptr, again);
+    EXPECT_TRUE(again->init().isOk());
+}
+
+TEST(Death, DeletedRecipientIsNotCalled) {
+    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+    ndk::SpAIBinder binder(AServiceManager_checkService(kInstance));
+    std::atomic<int> deaths{0};
+    AIBinder_DeathRecipient* recipient = AIBinder_DeathRecipient_new(onDied);
+    ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(binder.get(), recipient, &deaths));
+    AIBinder_DeathRecipient_delete(recipient);
+    ASSERT_EQ(STATUS_OK, HostBinder_stopService(kInstance));
+    for (int i = 0; i < 100 && AIBinder_isAlive(binder.get()); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(0, deaths.load());
+}

@@ -1,0 +1,173 @@
+// Both parcels survive the wire with every field present and absent, and the parcel refuses
+// to read what is not there.
+#include "RecordingVela.h"
+
+#include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
+#include <aidl/vendor/norvo/hardware/vela/IVela.h>
+#include <gtest/gtest.h>
+#include <hostbinder/hostbinder.h>
+
+using aidl::vendor::norvo::hardware::vela::IVela;
+using namespace hbtest;
+
+namespace {
+
+VelaRequestParcel fullParcel() {
+    VelaRequestParcel p{};
+    p.requestType = 8;
+    VelaRequestData top{};
+    top.id = static_cast<int32_t>(0x80000001u);  // top bit set travels as a negative int
+    top.param = -5;
+    top.value = "";
+    top.value2 = "/dev/path";
+    top.value3 = std::nullopt;
+    VelaRequestData plain{};
+    plain.id = 0x010108a0;
+    p.requestDatas = {top, plain};
+    p.optionFlag = true;
+    p.param4 = -1;
+    p.param6 = 42;
+    p.param2 = -1;
+    p.paths = std::vector<std::optional<std::string>>{"zdbdebug", std::nullopt, ""};
+    p.param1 = 3;
+    p.packageName = "";
+    p.identity = "id";
+    p.extraValues = std::vector<int64_t>{INT64_MIN, 0, INT64_MAX};
+    return p;
+}
+
+void expectSame(const VelaRequestParcel& a, const VelaRequestParcel& b) {
+    EXPECT_EQ(a.requestType, b.requestType);
+    ASSERT_EQ(a.requestDatas.size(), b.requestDatas.size());
+    for (size_t i = 0; i < a.requestDatas.size(); ++i) {
+        EXPECT_EQ(a.requestDatas[i].id, b.requestDatas[i].id);
+        EXPECT_EQ(a.requestDatas[i].param, b.requestDatas[i].param);
+        EXPECT_EQ(a.requestDatas[i].value, b.requestDatas[i].value);
+        EXPECT_EQ(a.requestDatas[i].value2, b.requestDatas[i].value2);
+        EXPECT_EQ(a.requestDatas[i].value3, b.requestDatas[i].value3);
+    }
+    EXPECT_EQ(a.optionFlag, b.optionFlag);
+    EXPECT_EQ(a.param4, b.param4);
+    EXPECT_EQ(a.param6, b.param6);
+    EXPECT_EQ(a.param2, b.param2);
+    EXPECT_EQ(a.paths, b.paths);
+    EXPECT_EQ(a.param1, b.param1);
+    EXPECT_EQ(a.packageName, b.packageName);
+    EXPECT_EQ(a.identity, b.identity);
+    EXPECT_EQ(a.extraValues, b.extraValues);
+}
+
+VelaRequestParcel roundTrip(const VelaRequestParcel& in) {
+    ndk::ScopedAParcel parcel(AParcel_create());
+    EXPECT_EQ(STATUS_OK, in.writeToParcel(parcel.get()));
+    AParcel_setDataPosition(parcel.get(), 0);
+    VelaRequestParcel out{};
+    EXPECT_EQ(STATUS_OK, out.readFromParcel(parcel.get()));
+    EXPECT_EQ(AParcel_getDataPosition(parcel.get()), AParcel_getDataSize(parcel.get()));
+    return out;
+}
+
+}  // namespace
+
+TEST(Parcel, RequestParcelRoundTripsWithEveryFieldPresent) {
+    VelaRequestParcel p = fullParcel();
+    expectSame(p, roundTrip(p));
+}
+
+TEST(Parcel, AbsentAndEmptyStayDistinct) {
+    VelaRequestParcel p{};
+    VelaRequestParcel out = roundTrip(p);
+    EXPECT_FALSE(out.paths.has_value());
+    EXPECT_FALSE(out.packageName.has_value());
+    EXPECT_FALSE(out.extraValues.has_value());
+    EXPECT_TRUE(out.requestDatas.empty());
+
+    p.paths = std::vector<std::optional<std::string>>{};
+    p.packageName = "";
+    p.extraValues = std::vector<int64_t>{};
+    out = roundTrip(p);
+    ASSERT_TRUE(out.paths.has_value());
+    EXPECT_TRUE(out.paths->empty());
+    EXPECT_EQ(out.packageName, std::optional<std::string>(""));
+    ASSERT_TRUE(out.extraValues.has_value());
+}
+
+TEST(Parcel, StringsOfEveryPaddingLength) {
+    for (size_t len = 0; len < 9; ++len) {
+        ndk::ScopedAParcel parcel(AParcel_create());
+        std::string text(len, 'x');
+        ASSERT_EQ(STATUS_OK, ndk::AParcel_writeString(parcel.get(), text));
+        ASSERT_EQ(STATUS_OK, AParcel_writeInt32(parcel.get(), 77));
+        AParcel_setDataPosition(parcel.get(), 0);
+        std::string back;
+        int32_t after = 0;
+        ASSERT_EQ(STATUS_OK, ndk::AParcel_readString(parcel.get(), &back));
+        ASSERT_EQ(STATUS_OK, AParcel_readInt32(parcel.get(), &after));
+        EXPECT_EQ(text, back);
+        EXPECT_EQ(77, after) << "length " << len;
+    }
+}
+
+TEST(Parcel, ReadsPastTheEndFailAndLeaveZero) {
+    ndk::ScopedAParcel parcel(AParcel_create());
+    AParcel_writeInt32(parcel.get(), 5);
+    AParcel_setDataPosition(parcel.get(), 0);
+    int32_t a = -1;
+    int64_t b = -1;
+    EXPECT_EQ(STATUS_OK, AParcel_readInt32(parcel.get(), &a));
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt64(parcel.get(), &b));
+    EXPECT_EQ(0, b);
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_setDataPosition(parcel.get(), 5000));
+}
+
+TEST(Parcel, HostileCountsAreRefusedBeforeAllocating) {
+    ndk::ScopedAParcel parcel(AParcel_create());
+    AParcel_writeInt32(parcel.get(), 0x7fffffff);  // element count
+    AParcel_setDataPosition(parcel.get(), 0);
+    std::vector<VelaRequestData> items;
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readVector(parcel.get(), &items));
+
+    ndk::ScopedAParcel str(AParcel_create());
+    AParcel_writeInt32(str.get(), 1000);  // string length with nothing behind it
+    AParcel_setDataPosition(str.get(), 0);
+    std::string text;
+    EXPECT_NE(STATUS_OK, ndk::AParcel_readString(str.get(), &text));
+}
+
+TEST(Parcel, StatusHeaderCarriesExceptionsButNotTransactionErrors) {
+    ndk::ScopedAParcel parcel(AParcel_create());
+    ndk::ScopedAStatus specific = ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(9, "m");
+    ASSERT_EQ(STATUS_OK, AParcel_writeStatusHeader(parcel.get(), specific.get()));
+    AParcel_setDataPosition(parcel.get(), 0);
+    ndk::ScopedAStatus back;
+    ASSERT_EQ(STATUS_OK, AParcel_readStatusHeader(parcel.get(), back.getR()));
+    EXPECT_EQ(EX_SERVICE_SPECIFIC, back.getExceptionCode());
+    EXPECT_EQ(9, back.getServiceSpecificError());
+    EXPECT_STREQ("m", back.getMessage());
+
+    ndk::ScopedAStatus dead = ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+    EXPECT_EQ(STATUS_DEAD_OBJECT, AParcel_writeStatusHeader(parcel.get(), dead.get()));
+    EXPECT_FALSE(AStatus_isOk(nullptr));
+}
+
+TEST(Parcel, BothParcelsCrossTheWireUnchanged) {
+    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_NE(nullptr, vela);
+
+    VelaRequestParcel p = fullParcel();
+    int32_t handle = -1;
+    ASSERT_TRUE(vela->resCtlRequest(p, &handle).isOk());
+    EXPECT_EQ(108, handle);
+    expectSame(p, service->lastParcel());
+
+    std::vector<VelaRequestData> reply;
+    ASSERT_TRUE(vela->resStateRequest(p, &reply).isOk());
+    ASSERT_EQ(2u, reply.size());
+    EXPECT_EQ(static_cast<int32_t>(0x80000001u), reply[0].id);
+    EXPECT_EQ("state-of-" + std::to_string(static_cast<int32_t>(0x80000001u)), reply[0].value);
+    EXPECT_EQ("/dev/path", reply[0].value2);
+    EXPECT_FALSE(reply[1].value3.has_value());
+}

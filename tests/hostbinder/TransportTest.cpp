@@ -1,0 +1,238 @@
+// Calls reach the right method with their arguments and results; callbacks travel back over
+// the same connection, nested inside a call or later from a service thread.
+#include "RecordingVela.h"
+
+#include <aidl/vendor/norvo/hardware/vela/BnVelaCallback.h>
+#include <aidl/vendor/norvo/hardware/vela/IVela.h>
+#include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
+#include <gtest/gtest.h>
+#include <hostbinder/hostbinder.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+using aidl::vendor::norvo::hardware::vela::BnVelaCallback;
+using aidl::vendor::norvo::hardware::vela::IVela;
+using namespace hbtest;
+
+namespace {
+
+class CountingCallback : public BnVelaCallback {
+public:
+    ndk::ScopedAStatus onCallback(const std::vector<VelaRequestData>& items) override {
+        onBinderThread = HostBinder_isBinderThread();
+        std::lock_guard<std::mutex> lock(mutex);
+        received.insert(received.end(), items.begin(), items.end());
+        ++calls;
+        cv.notify_all();
+        return ndk::ScopedAStatus::ok();
+    }
+    bool waitForCalls(int n) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return cv.wait_for(lock, std::chrono::seconds(10), [&] { return calls >= n; });
+    }
+    std::mutex mutex;
+    std::condition_variable cv;
+    std::vector<VelaRequestData> received;
+    int calls = 0;
+    std::atomic<bool> onBinderThread{false};
+};
+
+class Transport : public ::testing::Test {
+protected:
+    void SetUp() override {
+        service = ndk::SharedRefBase::make<RecordingVela>();
+        ASSERT_EQ(STATUS_OK, HostBinder_declareService(kInstance));
+        ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+        vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
+        ASSERT_NE(nullptr, vela);
+    }
+    std::shared_ptr<RecordingVela> service;
+    std::shared_ptr<IVela> vela;
+};
+
+VelaRequestData item(int32_t id) {
+    VelaRequestData d{};
+    d.id = id;
+    return d;
+}
+
+}  // namespace
+
+TEST_F(Transport, EveryMethodReachesItsImplementationWithArgumentsAndResult) {
+    VelaRequestParcel p{};
+    p.requestType = 2;
+    int32_t out = -1;
+    std::string text;
+    std::vector<VelaRequestData> items;
+    auto cb = ndk::SharedRefBase::make<CountingCallback>();
+
+    EXPECT_TRUE(vela->init().isOk());
+    EXPECT_TRUE(vela->resCtlRequest(p, &out).isOk());
+    EXPECT_EQ(102, out);
+    EXPECT_TRUE(vela->resCtlRelease(41, &out).isOk());
+    EXPECT_EQ(42, out);
+    p.requestDatas = {item(5)};
+    EXPECT_TRUE(vela->resStateRequest(p, &items).isOk());
+    EXPECT_EQ("state-of-5", items.at(0).value);
+    EXPECT_TRUE(vela->resListeningRegister(p, cb, &out).isOk());
+    EXPECT_EQ(7, out);
+    EXPECT_TRUE(vela->resListeningUnregister(7, &out).isOk());
+    EXPECT_TRUE(vela->propertyGet("k", &text).isOk());
+    EXPECT_EQ("value-of-k", text);
+    EXPECT_TRUE(vela->propertySet("k", "v", &out).isOk());
+    EXPECT_TRUE(vela->thermalListeningRegister({1, -2}, cb, &out).isOk());
+    EXPECT_EQ(9, out);
+    EXPECT_TRUE(vela->thermalListeningUnregister(9, &out).isOk());
+    ndk::ScopedAStatus unsupported = vela->reserved(&out);
+    EXPECT_EQ(EX_UNSUPPORTED_OPERATION, unsupported.getExceptionCode());
+    EXPECT_TRUE(vela->setRelatedSysInfo(3, -4000000000LL, &out).isOk());
+    EXPECT_TRUE(vela->ruleCtl(5, 1, {item(1), item(2)}, &out).isOk());
+    EXPECT_EQ(4, out);
+    ndk::ScopedAStatus specific = vela->ruleCtl(-6, 0, {}, &out);
+    EXPECT_EQ(EX_SERVICE_SPECIFIC, specific.getExceptionCode());
+    EXPECT_EQ(6, specific.getServiceSpecificError());
+
+    EXPECT_EQ((std::vector<std::string>{
+                      "init()", "resCtlRequest(2)", "resCtlRelease(41)", "resStateRequest(1)",
+                      "resListeningRegister(cb)", "resListeningUnregister(7)", "propertyGet(k)",
+                      "propertySet(k,v)", "thermalListeningRegister(1;-2;)",
+                      "thermalListeningUnregister(9)", "reserved()",
+                      "setRelatedSysInfo(3,-4000000000)", "ruleCtl(5,1,2)", "ruleCtl(-6,0,0)"}),
+              service->calls());
+}
+
+// A bare class under the interface's descriptor sees the raw transaction codes.
+TEST(TransportCodes, MethodsUseConsecutiveCodesInDeclarationOrder) {
+    static std::vector<transaction_code_t> codes;
+    static std::mutex codesMutex;
+    AIBinder_Class* clazz = AIBinder_Class_define(
+            IVela::descriptor, [](void* a) { return a; }, [](void*) {},
+            [](AIBinder*, transaction_code_t code, const AParcel*, AParcel* out) {
+                std::lock_guard<std::mutex> lock(codesMutex);
+                codes.push_back(code);
+                ndk::ScopedAStatus st = ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE);
+                return AParcel_writeStatusHeader(out, st.get());
+            });
+    ndk::SpAIBinder raw(AIBinder_new(clazz, nullptr));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kInstance));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_NE(nullptr, vela);
+    ASSERT_TRUE(vela->isRemote());
+
+    VelaRequestParcel p{};
+    int32_t out;
+    std::string s;
+    std::vector<VelaRequestData> v;
+    vela->init();
+    vela->resCtlRequest(p, &out);
+    vela->resCtlRelease(0, &out);
+    vela->resStateRequest(p, &v);
+    vela->resListeningRegister(p, nullptr, &out);
+    vela->resListeningUnregister(0, &out);
+    vela->propertyGet("", &s);
+    vela->propertySet("", "", &out);
+    vela->thermalListeningRegister({}, nullptr, &out);
+    vela->thermalListeningUnregister(0, &out);
+    vela->reserved(&out);
+    vela->setRelatedSysInfo(0, 0, &out);
+    vela->ruleCtl(0, 0, {}, &out);
+    std::lock_guard<std::mutex> lock(codesMutex);
+    ASSERT_EQ(13u, codes.size());
+    for (size_t i = 0; i < codes.size(); ++i) EXPECT_EQ(FIRST_CALL_TRANSACTION + i, codes[i]);
+}
+
+TEST_F(Transport, CallbackRunsOnBinderThreadWhileTheCallIsInFlight) {
+    auto cb = ndk::SharedRefBase::make<CountingCallback>();
+    std::atomic<bool> callReturned{false};
+    std::atomic<bool> returnedBeforeCallback{true};
+    service->onRequest = [&](const VelaRequestParcel& in) {
+        ASSERT_NE(nullptr, in.callback);
+        ASSERT_TRUE(in.callback->isRemote());
+        EXPECT_TRUE(in.callback->onCallback({item(11)}).isOk());
+        returnedBeforeCallback = callReturned.load();
+    };
+    VelaRequestParcel p{};
+    p.callback = cb;
+    int32_t out = -1;
+    ASSERT_TRUE(vela->resCtlRequest(p, &out).isOk());
+    callReturned = true;
+    EXPECT_FALSE(returnedBeforeCallback);
+    ASSERT_EQ(1, cb->calls);
+    EXPECT_EQ(11, cb->received[0].id);
+    EXPECT_TRUE(cb->onBinderThread);
+}
+
+TEST_F(Transport, CallbackLaterFromAServiceThreadReachesTheSameObject) {
+    auto cb = ndk::SharedRefBase::make<CountingCallback>();
+    VelaRequestParcel p{};
+    int32_t out = -1;
+    ASSERT_TRUE(vela->resListeningRegister(p, cb, &out).isOk());
+    std::shared_ptr<IVelaCallback> held = service->lastCallback();
+    ASSERT_NE(nullptr, held);
+    std::thread([held] {
+        held->onCallback({item(1)});
+        held->onCallback({item(2), item(3)});
+    }).join();
+    ASSERT_TRUE(cb->waitForCalls(2));
+    EXPECT_EQ(3u, cb->received.size());
+    EXPECT_TRUE(cb->onBinderThread);
+}
+
+TEST_F(Transport, ServiceDropsCallbackAndClientObjectIsFreed) {
+    std::weak_ptr<CountingCallback> watch;
+    {
+        auto cb = ndk::SharedRefBase::make<CountingCallback>();
+        watch = cb;
+        VelaRequestParcel p{};
+        p.callback = cb;
+        int32_t out;
+        ASSERT_TRUE(vela->resCtlRequest(p, &out).isOk());
+    }
+    // The service still holds its proxy in lastCallback: the object must stay alive.
+    EXPECT_FALSE(watch.expired());
+    service->onRequest = nullptr;
+    VelaRequestParcel empty{};
+    int32_t out;
+    ASSERT_TRUE(vela->resCtlRequest(empty, &out).isOk());  // replaces the held proxy
+    for (int i = 0; i < 200 && !watch.expired(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST(ServiceManager, UndeclaredAndUnservedInstancesAreNotFound) {
+    const char* name = "vendor.norvo.hardware.vela.IVela/other";
+    EXPECT_FALSE(AServiceManager_isDeclared(name));
+    EXPECT_EQ(nullptr, AServiceManager_checkService(name));
+    ASSERT_EQ(STATUS_OK, HostBinder_declareService(name));
+    EXPECT_TRUE(AServiceManager_isDeclared(name));  // declared, though nothing serves it
+    EXPECT_EQ(nullptr, AServiceManager_checkService(name));
+}
+
+TEST(ServiceManager, WaitForServiceReturnsOnceTheServiceAppears) {
+    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    auto waiter = std::async(std::launch::async, [] {
+        return ndk::SpAIBinder(AServiceManager_waitForService(kInstance));
+    });
+    EXPECT_EQ(std::future_status::timeout, waiter.wait_for(std::chrono::milliseconds(100)));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+    ndk::SpAIBinder binder = waiter.get();
+    ASSERT_NE(nullptr, binder.get());
+    EXPECT_EQ(STATUS_OK, AIBinder_ping(binder.get()));
+}
+
+TEST(ServiceManager, AWrongInterfaceIsRefused) {
+    AIBinder_Class* other = AIBinder_Class_define(
+            "some.other.IThing", [](void* a) { return a; }, [](void*) {},
+            [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+                return STATUS_OK;
+            });
+    ndk::SpAIBinder raw(AIBinder_new(other, nullptr));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kInstance));
+    ndk::SpAIBinder remote(AServiceManager_checkService(kInstance));
+    ASSERT_NE(nullptr, remote.get());
+    EXPECT_EQ(nullptr, IVela::fromBinder(remote));
+}
