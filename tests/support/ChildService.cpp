@@ -150,6 +150,13 @@ void ChildService::kill() {
     while (waitpid(mPid, &status, 0) < 0 && errno == EINTR) {
     }
     mPid = -1;
+    forgetService();
+}
+
+void ChildService::forgetService() {
+    if (!waitUntilUnreachable(mInstance)) {
+        ADD_FAILURE() << mInstance << " still reachable after its process ended";
+    }
 }
 
 int ChildService::terminate(std::chrono::milliseconds timeout) {
@@ -170,6 +177,7 @@ int ChildService::terminate(std::chrono::milliseconds timeout) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     mPid = -1;
+    forgetService();
     return status;
 }
 

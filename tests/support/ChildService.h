@@ -52,10 +52,11 @@ public:
     bool startExecutable(const std::string& path, const std::vector<std::string>& args = {},
                          const std::vector<std::string>& extraEnv = {},
                          std::chrono::milliseconds timeout = kStartTimeout);
-    // SIGKILL and reap. Harmless when not running.
+    // SIGKILL and reap; returns once this process sees the service gone
+    // (waitUntilUnreachable). Harmless when not running.
     void kill();
-    // SIGTERM, wait up to `timeout` for the child to exit (SIGKILL after that) and reap.
-    // Returns the raw wait status, or -1 when nothing was running.
+    // SIGTERM, wait up to `timeout` for the child to exit (SIGKILL after that), reap, and
+    // wait as kill() does. Returns the raw wait status, or -1 when nothing was running.
     int terminate(std::chrono::milliseconds timeout = kStartTimeout);
     // kill(), then start again the same way as the last start.
     bool restart(std::chrono::milliseconds timeout = kStartTimeout);
@@ -68,6 +69,7 @@ public:
 private:
     bool launch(std::chrono::milliseconds timeout);
     bool waitUntilServing(std::chrono::milliseconds timeout);
+    void forgetService();
 
     std::string mInstance;
     std::string mPath;

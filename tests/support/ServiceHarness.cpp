@@ -1,14 +1,27 @@
 #include "ServiceHarness.h"
 
+#include <android/binder_ibinder.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 
 #include <mutex>
+#include <thread>
 #include <utility>
 
 namespace paxtest {
+
+bool waitUntilUnreachable(const std::string& instance, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (true) {
+        AIBinder* binder = AServiceManager_checkService(instance.c_str());
+        if (binder == nullptr) return true;
+        AIBinder_decStrong(binder);
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
 
 ServiceHarness::ServiceHarness(std::string instance) : mInstance(std::move(instance)) {}
 
@@ -60,6 +73,9 @@ void ServiceHarness::stop() {
         ADD_FAILURE() << "HostBinder_stopService(" << mInstance << ") failed: " << status;
     }
     mServing = false;
+    if (!waitUntilUnreachable(mInstance)) {
+        ADD_FAILURE() << mInstance << " still reachable after it was stopped";
+    }
 }
 
 bool ServiceHarness::restart() {

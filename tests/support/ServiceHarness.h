@@ -9,6 +9,7 @@
 //   service.restart();   // the same fake is served again
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -18,6 +19,13 @@ namespace paxtest {
 
 // The instance name the library connects to.
 inline constexpr const char kVelaInstance[] = "vendor.norvo.hardware.vela.IVela/default";
+
+// Waits until AServiceManager_checkService(instance) finds nothing: this process has noticed
+// that every connection to the instance closed. A connection notices its peer going away on
+// its own thread, so right after a service stops or dies a lookup can still hand out a proxy
+// on the closing connection; tests that start the service again wait for this first.
+bool waitUntilUnreachable(const std::string& instance,
+                          std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
 class ServiceHarness {
 public:
@@ -37,7 +45,9 @@ public:
     std::shared_ptr<FakeVela> startFake();
     // Stops serving: the socket goes away and every connection accepted for it closes.
     // Calls held at the fake's gate are released first so that their threads can finish.
-    // The declaration stays. Harmless when not serving.
+    // Returns once this process's own proxies see the service gone (waitUntilUnreachable);
+    // their death notifications may still be running. The declaration stays. Harmless when
+    // not serving.
     void stop();
     // stop(), then serve the same fake again (or `fake` when given).
     bool restart();
