@@ -35,20 +35,26 @@ struct LogCaptureHook {
 };
 
 LogCapture::LogCapture() {
-    std::lock_guard<std::mutex> lock(LogCaptureHook::mutex());
-    if (LogCaptureHook::active() != nullptr) {
-        throw std::logic_error("LogCapture: another capture is active");
+    {
+        std::lock_guard<std::mutex> lock(LogCaptureHook::mutex());
+        if (LogCaptureHook::active() != nullptr) {
+            throw std::logic_error("LogCapture: another capture is active");
+        }
+        mEcho = getenv("PAX_TEST_LOG_ECHO") != nullptr;
+        LogCaptureHook::active() = this;
     }
-    mEcho = getenv("PAX_TEST_LOG_ECHO") != nullptr;
-    LogCaptureHook::active() = this;
+    // Not under the hook's mutex: liblog calls the logger with its own lock held, and setting
+    // the logger takes that lock.
     mPreviousMinimum = __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
     __android_log_set_logger(&LogCaptureHook::logger);
 }
 
 LogCapture::~LogCapture() {
-    std::lock_guard<std::mutex> lock(LogCaptureHook::mutex());
     __android_log_set_logger(&__android_log_stderr_logger);
     __android_log_set_minimum_priority(mPreviousMinimum);
+    // A line that got to the hook before the switch is stored or dropped under this lock, so
+    // nothing touches this object once the destructor returns.
+    std::lock_guard<std::mutex> lock(LogCaptureHook::mutex());
     LogCaptureHook::active() = nullptr;
 }
 
