@@ -1,0 +1,103 @@
+// The value in force for every resource the service has been asked about.
+//
+// Each resource keeps a stack of claims, one per holder (an active request or a rule that is
+// on). The claim made most recently wins; when it goes away the previous one shows through,
+// and when none is left the resource falls back to its default (or to no value at all).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace aidl::vendor::norvo::hardware::vela::impl {
+
+// A resource is named either by opcode or, for opcode 0, by path.
+struct ResourceKey {
+    uint32_t opcode = 0;
+    std::string path;
+
+    static ResourceKey ofOpcode(uint32_t opcode) { return ResourceKey{opcode, {}}; }
+    static ResourceKey ofPath(std::string path) { return ResourceKey{0, std::move(path)}; }
+
+    bool isPath() const { return opcode == 0; }
+    // "0x010108a0" or the path itself.
+    std::string toString() const;
+
+    bool operator<(const ResourceKey& o) const {
+        return opcode != o.opcode ? opcode < o.opcode : path < o.path;
+    }
+    bool operator==(const ResourceKey& o) const { return opcode == o.opcode && path == o.path; }
+    bool operator!=(const ResourceKey& o) const { return !(*this == o); }
+};
+
+// Who holds a claim. Requests and rules have separate number spaces.
+struct Holder {
+    enum class Kind { kRequest, kRule };
+    Kind kind = Kind::kRequest;
+    int32_t id = 0;
+
+    static Holder request(int32_t handle) { return Holder{Kind::kRequest, handle}; }
+    static Holder rule(int32_t ruleId) { return Holder{Kind::kRule, ruleId}; }
+
+    std::string toString() const;
+    bool operator==(const Holder& o) const { return kind == o.kind && id == o.id; }
+    bool operator<(const Holder& o) const { return kind != o.kind ? kind < o.kind : id < o.id; }
+};
+
+// One resource whose value in force moved.
+struct Change {
+    ResourceKey key;
+    std::optional<std::string> before;
+    std::optional<std::string> after;
+};
+
+class ResourceTable {
+public:
+    using Values = std::vector<std::pair<ResourceKey, std::string>>;
+
+    // The value a resource shows when nobody holds it.
+    void setDefault(const ResourceKey& key, std::string value);
+    std::optional<std::string> defaultOf(const ResourceKey& key) const;
+
+    // Replaces whatever `holder` claimed before by `values` (a later duplicate of a key wins
+    // over an earlier one) as the most recent claims, and reports the resources whose value
+    // in force moved, in key order.
+    std::vector<Change> hold(const Holder& holder, const Values& values);
+    // Withdraws every claim of `holder`.
+    std::vector<Change> drop(const Holder& holder);
+
+    std::optional<std::string> valueOf(const ResourceKey& key) const;
+    // The holder whose claim is in force, or nothing when the default (or no value) shows.
+    std::optional<Holder> holderOf(const ResourceKey& key) const;
+    // The number of claims stacked on a resource, the one in force included.
+    size_t depthOf(const ResourceKey& key) const;
+
+    // Every resource that has a value now, in key order.
+    std::vector<std::pair<ResourceKey, std::string>> inForce() const;
+    // Every resource that is claimed now or has a default, in key order. A resource that
+    // loses its last claim and has no default is forgotten.
+    std::vector<ResourceKey> keys() const;
+
+private:
+    struct Claim {
+        Holder holder;
+        std::string value;
+    };
+    struct Slot {
+        std::optional<std::string> defaultValue;
+        std::vector<Claim> claims;  // oldest first: the last one is in force
+    };
+
+    static std::optional<std::string> valueIn(const Slot& slot);
+    // Removes the claims of `holder`, noting the value in force of each touched slot before.
+    void withdraw(const Holder& holder, std::map<ResourceKey, std::optional<std::string>>* before);
+    std::vector<Change> diff(const std::map<ResourceKey, std::optional<std::string>>& before);
+
+    std::map<ResourceKey, Slot> mSlots;
+    std::map<Holder, std::vector<ResourceKey>> mHeld;
+};
+
+}  // namespace aidl::vendor::norvo::hardware::vela::impl
