@@ -1,0 +1,126 @@
+// `velactl demo`: a guided tour that drives all three layers of the library against the
+// service and checks, as it goes, that the service did what the tour says.
+#include <velaHalclient.h>
+
+#include <functional>
+#include <optional>
+
+#include "Commands.h"
+#include "Specs.h"
+
+namespace velactl {
+
+namespace {
+
+constexpr uint32_t kLittleFloor = 0x01010010;
+constexpr uint32_t kLittleLoad = 0x010108a0;
+
+std::optional<std::string> valueNow(uint32_t opcode) {
+    velaHalclient::ResourceList request{PaxClient::Resource{opcode, {}}};
+    velaHalclient::ResourceList reply;
+    if (velaHalclient::velaResStateRequest(request, 0, reply) != 1) return std::nullopt;
+    return reply.front().value;
+}
+
+}  // namespace
+
+int runDemo(Context& ctx) {
+    ctx.scriptMode = true;
+    int failures = 0;
+    int steps = 0;
+
+    auto step = [&](const std::string& title) {
+        ctx.out.note("\n== " + std::to_string(++steps) + ". " + title);
+    };
+    auto run = [&](const std::string& line) {
+        ctx.out.note("$ velactl " + line);
+        Commands commands(ctx, Commands::Mode::kScript);
+        if (commands.execute(splitWords(line)) != kExitOk) {
+            ++failures;
+            ctx.out.error("demo: '" + line + "' failed");
+        }
+    };
+    auto check = [&](bool ok, const std::string& what) {
+        if (!ok) {
+            ++failures;
+            ctx.out.error("demo: check failed: " + what);
+        }
+    };
+    auto expectValue = [&](uint32_t opcode, const std::string& expected, const std::string& why) {
+        const auto value = valueNow(opcode);
+        check(value == expected,
+              why + ": expected " + expected + ", found " + value.value_or("nothing"));
+    };
+    // Callbacks print from binder threads: wait for them so the tour reads in order. Every
+    // callback of the tour is expected, so `mark` is simply the running total.
+    size_t mark = 0;
+    auto expectCallbacks = [&](size_t more, const std::string& what) {
+        mark += more;
+        check(ctx.awaitCallbacks(mark, std::chrono::milliseconds(3000)),
+              what + " (" + std::to_string(more) + " callbacks)");
+    };
+
+    step("The action table: an event id is a position in it");
+    run("actions LAUNCH");
+
+    step("Record history; listen to the little-core floor and the top-app clamp");
+    run("history on");
+    run("listen cpu.little.freq_min");
+    run("listen /dev/cpuctl/top-app/cpu.uclamp.min");
+
+    step("An app launches: ACTION_LAUNCH, by name, through the action wrapper");
+    run("acquire ACTION_LAUNCH --pkg com.example.gallery --identity demo");
+    const int32_t launch = ctx.lastHandle;
+    expectCallbacks(2, "both listeners hear the launch");
+
+    step("The resources in force now");
+    run("state cpu.little.freq_min cpu.big.freq_min cpu.prime.freq_min cpu.big.cores_min "
+        "sched.little.target_load");
+    run("state /dev/cpuctl/top-app/cpu.uclamp.min");
+    expectValue(kLittleFloor, "1804800", "the launch scenario sets the little-core floor");
+
+    step("Notifications: thermal levels reach a thermal listener; an event is recorded");
+    run("listen --thermal 1 2");
+    run("thermal 1=3 4=1");
+    expectCallbacks(1, "the thermal listener hears subsystem 1");
+    run("notify 37 --param 1 120 240");
+
+    step("A rule: the wrapper's target-load source sets the little and prime loads");
+    run("notify-source 130 1 --data 45,70,85");
+    run("state sched.little.target_load sched.big.target_load sched.prime.target_load");
+    expectValue(kLittleLoad, "45", "the rule's target load is the latest claim");
+    run("notify-source 130 0");
+    expectValue(kLittleLoad, "60", "with the rule off, the launch's target load shows again");
+
+    step("A touch boost on top of the launch, for 300 ms");
+    run("acquire ACTION_TOUCH_BOOST --duration 300 --pkg com.example.gallery");
+    expectCallbacks(1, "the floor listener hears the touch boost");
+    run("state cpu.little.freq_min");
+    run("dump run-map");
+    ctx.out.note("(waiting for it to expire)");
+    expectCallbacks(1, "the floor listener hears the expiry");
+    run("state cpu.little.freq_min");
+    expectValue(kLittleFloor, "1804800", "after the expiry the launch's floor shows again");
+
+    step("Release the launch: every resource falls back to its default");
+    run("release " + std::to_string(launch));
+    expectCallbacks(2, "both listeners hear the release");
+    run("state cpu.little.freq_min sched.little.target_load");
+    expectValue(kLittleFloor, "300000", "the default floor is back");
+
+    step("What the service recorded");
+    run("history get");
+
+    step("Power figures");
+    run("power");
+    run("pm 0");
+
+    if (failures != 0) {
+        ctx.out.error("demo: " + std::to_string(failures) + " problem(s)");
+        return kExitFailed;
+    }
+    ctx.out.note("\ndemo finished: " + std::to_string(steps) + " steps, every check passed");
+    return kExitOk;
+}
+
+}  // namespace velactl

@@ -1,0 +1,186 @@
+#include "Specs.h"
+
+#include <PaxWrapper.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cinttypes>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+
+namespace velactl {
+
+using aidl::vendor::norvo::hardware::vela::impl::isAcceptablePath;
+using aidl::vendor::norvo::hardware::vela::impl::parseOpcode;
+
+namespace {
+
+std::string upper(std::string text) {
+    for (char& c : text) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
+size_t editDistance(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+std::vector<std::string> resourceNames(const ScenarioConfig& config) {
+    std::vector<std::string> names;
+    for (const auto& info : config.resources()) {
+        if (!info.key.isPath() && !info.name.empty()) names.push_back(info.name);
+    }
+    return names;
+}
+
+}  // namespace
+
+ResourceSpec parseResource(const std::string& text, const ScenarioConfig& config, ValueRule rule) {
+    ResourceSpec spec;
+    std::string name = text;
+    const size_t equals = text.find('=');
+    if (equals != std::string::npos) {
+        name = text.substr(0, equals);
+        spec.value = text.substr(equals + 1);
+    }
+    if (name.empty()) throw UsageError{"missing resource before '=' in '" + text + "'"};
+
+    if (name[0] == '/') {
+        if (!isAcceptablePath(name)) {
+            throw UsageError{"path '" + name +
+                             "' is not acceptable (no \"..\" components, at "
+                             "most 512 bytes)"};
+        }
+        spec.path = name;
+    } else if (auto opcode = parseOpcode(name)) {
+        spec.opcode = *opcode;
+    } else if (auto named = config.opcodeNamed(name)) {
+        spec.opcode = *named;
+    } else {
+        const bool looksNumeric = isdigit(static_cast<unsigned char>(name[0])) || name[0] == '-';
+        throw UsageError{"malformed opcode '" + name + "': " +
+                         (looksNumeric ? "expected a non-zero 32-bit number such as 0x010108a0"
+                                       : "not a resource name" +
+                                                 suggestion(name, resourceNames(config)) +
+                                                 " (or give an opcode such as 0x010108a0, or a "
+                                                 "path starting with '/')")};
+    }
+
+    if (rule == ValueRule::kForbidden && spec.value) {
+        throw UsageError{"'" + text + "': no value is taken here, give only the resource"};
+    }
+    if (rule == ValueRule::kRequired) {
+        if (!spec.value) throw UsageError{"'" + text + "' needs a value: " + name + "=VALUE"};
+        if (!spec.isPath() && spec.value->empty()) {
+            throw UsageError{"'" + text + "': the value of an opcode cannot be empty"};
+        }
+    }
+    return spec;
+}
+
+std::vector<ResourceSpec> parseResources(const std::vector<std::string>& texts,
+                                         const ScenarioConfig& config, ValueRule rule) {
+    std::vector<ResourceSpec> specs;
+    for (const std::string& text : texts) specs.push_back(parseResource(text, config, rule));
+    return specs;
+}
+
+bool allPaths(const std::vector<ResourceSpec>& specs) {
+    if (specs.empty()) return false;
+    const bool first = specs[0].isPath();
+    for (const auto& spec : specs) {
+        if (spec.isPath() != first) {
+            throw UsageError{"give either opcodes or paths, not both in one command"};
+        }
+    }
+    return first;
+}
+
+int64_t parseLong(const std::string& text, const std::string& what) {
+    errno = 0;
+    char* end = nullptr;
+    const long long value = strtoll(text.c_str(), &end, 0);
+    if (text.empty() || errno != 0 || *end != '\0' ||
+        isspace(static_cast<unsigned char>(text[0]))) {
+        throw UsageError{"malformed " + what + " '" + text + "': expected a whole number"};
+    }
+    return value;
+}
+
+int32_t parseInt(const std::string& text, const std::string& what) {
+    const int64_t value = parseLong(text, what);
+    if (value < INT32_MIN || value > INT32_MAX) {
+        throw UsageError{what + " '" + text + "' does not fit in 32 bits"};
+    }
+    return static_cast<int32_t>(value);
+}
+
+std::string describeResource(uint32_t opcode, const std::string& path,
+                             const ScenarioConfig& config) {
+    if (opcode == 0) return path;
+    char text[16];
+    snprintf(text, sizeof(text), "0x%08" PRIx32, opcode);
+    using aidl::vendor::norvo::hardware::vela::impl::ResourceKey;
+    const auto* info = config.infoFor(ResourceKey::ofOpcode(opcode));
+    return info != nullptr && !info->name.empty() ? std::string(text) + " " + info->name : text;
+}
+
+std::optional<int32_t> findAction(const std::string& name) {
+    std::string wanted = name;
+    if (wanted.rfind("MIRDAL_", 0) == 0) wanted = wanted.substr(7);
+    for (const std::string& candidate : {wanted, upper(wanted), "ACTION_" + upper(wanted)}) {
+        auto it = std::find(gActionList.begin(), gActionList.end(), candidate);
+        if (it != gActionList.end()) return static_cast<int32_t>(it - gActionList.begin());
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> nearest(const std::string& text,
+                                 const std::vector<std::string>& candidates, size_t count) {
+    const std::string key = upper(text);
+    std::vector<std::pair<size_t, std::string>> scored;
+    for (const std::string& candidate : candidates) {
+        const std::string other = upper(candidate);
+        size_t distance = editDistance(key, other);
+        // Typing part of a long name is common ("CAMERA_PREVIEW"): count it as close.
+        if (key.size() >= 4 && other.find(key) != std::string::npos) {
+            distance = std::min(distance, other.size() - key.size() > 8 ? size_t{3} : size_t{1});
+        }
+        if (distance <= std::max<size_t>(2, key.size() / 3))
+            scored.emplace_back(distance, candidate);
+    }
+    std::stable_sort(scored.begin(), scored.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<std::string> out;
+    for (const auto& entry : scored) {
+        if (std::find(out.begin(), out.end(), entry.second) != out.end()) continue;
+        out.push_back(entry.second);
+        if (out.size() == count) break;
+    }
+    return out;
+}
+
+std::string suggestion(const std::string& text, const std::vector<std::string>& candidates) {
+    const auto names = nearest(text, candidates);
+    if (names.empty()) return "";
+    std::string out = ", did you mean ";
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (i > 0) out += i + 1 == names.size() ? " or " : ", ";
+        out += names[i];
+    }
+    return out + "?";
+}
+
+}  // namespace velactl
