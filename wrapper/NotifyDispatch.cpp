@@ -1,4 +1,5 @@
 #include <array>
+#include <utility>
 
 #include "PaxWrapper.h"
 #include "WrapperInternal.h"
