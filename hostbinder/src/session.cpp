@@ -11,17 +11,7 @@
 #include <thread>
 
 namespace {
-bool readFully(int fd, void* buffer, size_t size) {
-    auto* p = static_cast<uint8_t*>(buffer);
-    while (size > 0) {
-        ssize_t n = recv(fd, p, size, 0);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
+constexpr size_t kReadBufferSize = 64 * 1024;
 
 bool writeFully(int fd, const uint8_t* p, size_t size) {
     while (size > 0) {
@@ -51,7 +41,7 @@ std::shared_ptr<Session> Session::start(int fd, std::string instance, AIBinder* 
         s->mPeerUid = cred.uid;
     }
     SessionRegistry::get().add(s);
-    std::thread([s] { s->readLoop(); }).detach();
+    ThreadPool::get().post([s] { s->readLoop(); });
     return s;
 }
 
@@ -264,10 +254,38 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     return STATUS_OK;
 }
 
+bool Session::readFully(void* buffer, size_t size) {
+    auto* p = static_cast<uint8_t*>(buffer);
+    while (size > 0) {
+        if (mReadStart == mReadEnd) {
+            if (size >= kReadBufferSize) {  // large payloads go straight to their place
+                ssize_t n = recv(mFd, p, size, 0);
+                if (n < 0 && errno == EINTR) continue;
+                if (n <= 0) return false;
+                p += n;
+                size -= static_cast<size_t>(n);
+                continue;
+            }
+            if (mReadBuffer.empty()) mReadBuffer.resize(kReadBufferSize);
+            ssize_t n = recv(mFd, mReadBuffer.data(), mReadBuffer.size(), 0);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) return false;
+            mReadStart = 0;
+            mReadEnd = static_cast<size_t>(n);
+        }
+        const size_t take = std::min(size, mReadEnd - mReadStart);
+        memcpy(p, mReadBuffer.data() + mReadStart, take);
+        mReadStart += take;
+        p += take;
+        size -= take;
+    }
+    return true;
+}
+
 void Session::readLoop() {
     for (;;) {
         WireHeader h;
-        if (!readFully(mFd, &h, sizeof(h))) break;
+        if (!readFully(&h, sizeof(h))) break;
         if (h.magic != kWireMagic || h.dataSize > kMaxParcelSize ||
             h.objectCount > kMaxParcelObjects ||
             (h.type != kWireTransact && h.type != kWireReply && h.type != kWireRelease)) {
@@ -275,15 +293,24 @@ void Session::readLoop() {
         }
         std::vector<uint32_t> offsets(h.objectCount);
         std::vector<uint8_t> data(h.dataSize);
-        if (h.objectCount > 0 && !readFully(mFd, offsets.data(), h.objectCount * 4)) break;
-        if (h.dataSize > 0 && !readFully(mFd, data.data(), h.dataSize)) break;
-        if (!handle(h, offsets, data)) break;
+        if (h.objectCount > 0 && !readFully(offsets.data(), h.objectCount * 4)) break;
+        if (h.dataSize > 0 && !readFully(data.data(), h.dataSize)) break;
+        std::function<void()> transaction;
+        if (!handle(h, offsets, data, &transaction)) break;
+        if (transaction) {
+            // Another thread goes on reading, so replies to nested calls made by this
+            // transaction still arrive; this thread runs the transaction at once.
+            std::shared_ptr<Session> self = shared_from_this();
+            ThreadPool::get().post([self] { self->readLoop(); });
+            transaction();
+            return;
+        }
     }
     teardown();
 }
 
 bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
-                     std::vector<uint8_t>& data) {
+                     std::vector<uint8_t>& data, std::function<void()>* transaction) {
     switch (h.type) {
         case kWireRelease: {
             AIBinder* drop = nullptr;
@@ -321,7 +348,7 @@ bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
         }
         case kWireTransact: {
             const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
-            auto in = std::make_shared<AParcel>();
+            auto in = std::make_unique<AParcel>();
             in->data = std::move(data);
             binder_status_t status = unflatten(in.get(), offsets);
             AIBinder* target = nullptr;
@@ -335,22 +362,24 @@ bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
                 return true;
             }
             std::shared_ptr<Session> self = shared_from_this();
-            const uid_t uid = mPeerUid;
-            const pid_t pid = mPeerPid;
-            ThreadPool::get().post([self, target, in, h, oneway, uid, pid] {
-                CallingIdentity saved = callingIdentity();
-                callingIdentity() = {uid, pid, true};
-                AParcel reply;
-                binder_status_t status = dispatchLocal(static_cast<LocalBinder*>(target), h.code,
-                                                       in.get(), &reply);
-                callingIdentity() = saved;
-                if (!oneway) self->sendReply(h.txId, status, &reply);
-                AIBinder_decStrong(target);
-            });
+            std::shared_ptr<AParcel> parcel = std::move(in);
+            *transaction = [self, h, target, parcel] { self->runTransaction(h, target, parcel); };
             return true;
         }
     }
     return false;
+}
+
+void Session::runTransaction(const WireHeader& h, AIBinder* target, std::shared_ptr<AParcel> in) {
+    CallingIdentity saved = callingIdentity();
+    callingIdentity() = {mPeerUid, mPeerPid, true};
+    AParcel reply;
+    binder_status_t status =
+            dispatchLocal(static_cast<LocalBinder*>(target), h.code, in.get(), &reply);
+    callingIdentity() = saved;
+    in.reset();
+    if ((h.flags & FLAG_ONEWAY) == 0) sendReply(h.txId, status, &reply);
+    AIBinder_decStrong(target);
 }
 
 void Session::teardown() {

@@ -11,6 +11,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -50,8 +51,14 @@ private:
     };
 
     Session(int fd, std::string instance, AIBinder* root);
+    // Reads and handles messages until the connection ends or a transaction arrives; a
+    // transaction is run on this thread after the reading has been handed to another one.
     void readLoop();
-    bool handle(const WireHeader& h, std::vector<uint32_t>& offsets, std::vector<uint8_t>& data);
+    bool readFully(void* buffer, size_t size);
+    void runTransaction(const WireHeader& h, AIBinder* target, std::shared_ptr<AParcel> in);
+    // False when the connection must end. Sets *transaction for a transaction to run.
+    bool handle(const WireHeader& h, std::vector<uint32_t>& offsets, std::vector<uint8_t>& data,
+                std::function<void()>* transaction);
     void teardown();
     bool send(const WireHeader& h, const std::vector<uint32_t>& offsets,
               const std::vector<uint8_t>& data);
@@ -69,6 +76,11 @@ private:
     AIBinder* const mRoot;
     pid_t mPeerPid = 0;
     uid_t mPeerUid = 0;
+
+    // Bytes received but not consumed yet; touched only by the thread that reads at the time.
+    std::vector<uint8_t> mReadBuffer;
+    size_t mReadStart = 0;
+    size_t mReadEnd = 0;
 
     std::mutex mWriteMutex;
     mutable std::mutex mMutex;  // guards everything below
