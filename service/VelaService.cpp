@@ -497,8 +497,11 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
             return ::ndk::ScopedAStatus::ok();
         }
         case kKindDataset:
-            // Every entry carries a value: callers read it unchecked.
-            for (const auto& entry : mTable.inForce()) out->push_back(itemFor(entry.first));
+            // Opcode resources only (the dataset's readers know no paths), and every entry
+            // carries a value: callers read it unchecked.
+            for (const auto& entry : mTable.inForce()) {
+                if (!entry.first.isPath()) out->push_back(itemFor(entry.first));
+            }
             return ::ndk::ScopedAStatus::ok();
         default: {
             const std::string why = "resStateRequest: unsupported request kind " +

@@ -337,9 +337,14 @@ TEST_F(VelaServiceTest, PowerFiguresAndDatasetAlwaysCarryValues) {
 
     auto dataset = state(kKindDataset);
     size_t withDefault = 0;
-    for (const auto& info : service->config().resources()) withDefault += info.defaultValue ? 1 : 0;
+    for (const auto& info : service->config().resources()) {
+        withDefault += info.defaultValue && !info.key.isPath() ? 1 : 0;
+    }
     EXPECT_EQ(dataset.size(), withDefault);
-    for (const auto& entry : dataset) EXPECT_TRUE(entry.value.has_value()) << entry.id;
+    for (const auto& entry : dataset) {
+        EXPECT_NE(entry.id, 0);
+        EXPECT_TRUE(entry.value.has_value()) << entry.id;
+    }
 }
 
 TEST_F(VelaServiceTest, BadRequestsAreRefusedWithDistinctResultsAndLogged) {

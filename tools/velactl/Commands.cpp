@@ -149,6 +149,12 @@ private:
     std::atomic<size_t> mHeard{0};
 };
 
+void printHandle(Context& ctx, int32_t handle) {
+    Json::Value json;
+    json["handle"] = handle;
+    ctx.out.result("handle " + std::to_string(handle), json);
+}
+
 bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!done()) {
@@ -384,7 +390,7 @@ void Commands::defineLibraryCommands() {
                                                      parseInt(a.duration, "duration"));
                 if (handle < 1) return failed(ctx, "res-acquire", handle);
                 ctx.lastHandle = handle;
-                ctx.out.result("handle " + std::to_string(handle), Json::Value(handle));
+                printHandle(ctx, handle);
                 return kExitOk;
             });
     resAcquire->add_option("resources", a.items, "OPCODE=VALUE ...")->required();
@@ -400,7 +406,7 @@ void Commands::defineLibraryCommands() {
                                                              parseInt(a.duration, "duration"));
                 if (handle < 1) return failed(ctx, "platform-acquire", handle);
                 ctx.lastHandle = handle;
-                ctx.out.result("handle " + std::to_string(handle), Json::Value(handle));
+                printHandle(ctx, handle);
                 return kExitOk;
             });
     platform->add_option("resources", a.items, "OPCODE=VALUE ...")->required();
@@ -440,7 +446,7 @@ void Commands::defineLibraryCommands() {
                 if (handle < 1) return failed(ctx, "request", handle);
                 printer->setHandle(handle);
                 ctx.lastHandle = handle;
-                ctx.out.result("handle " + std::to_string(handle), Json::Value(handle));
+                printHandle(ctx, handle);
                 if (a.callback &&
                     !waitFor([&] { return printer->heard() > 0; },
                              std::chrono::milliseconds(parseInt(a.timeout, "timeout")))) {
@@ -465,7 +471,7 @@ void Commands::defineLibraryCommands() {
         if (handle < 1) return failed(ctx, "sa-request", handle);
         printer->setHandle(handle);
         ctx.lastHandle = handle;
-        ctx.out.result("handle " + std::to_string(handle), Json::Value(handle));
+        printHandle(ctx, handle);
         if (a.callback && !waitFor([&] { return printer->heard() > 0; },
                                    std::chrono::milliseconds(parseInt(a.timeout, "timeout")))) {
             ctx.out.error("no answer from the service within " + a.timeout + " ms");

@@ -1,0 +1,93 @@
+// What the end-to-end tests share: a vela-service child with a sysfs mirror, and a receiver
+// for the library's callbacks.
+#pragma once
+
+#include <IClientCallback.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ChildService.h"
+#include "Waiter.h"
+
+namespace e2e {
+
+// Opcodes of the shipped configuration, with their defaults in comments.
+constexpr uint32_t kLittleFloor = 0x01010010;   // 300000
+constexpr uint32_t kBigFloor = 0x01010020;      // 710400
+constexpr uint32_t kPrimeCeiling = 0x010100c0;  // 3187200
+constexpr uint32_t kLittleLoad = 0x010108a0;    // 80
+constexpr uint32_t kColocation = 0x01011040;    // 0
+constexpr uint32_t kGameProfile = 0x010115b0;   // none
+
+class Recorder : public velaHalclient::IClientCallback,
+                 public velaHalclient::IClientCallbackByPath {
+public:
+    struct Call {
+        std::vector<uint32_t> ids;
+        std::vector<std::string> values;  // "" for an absent value
+        std::vector<std::string> paths;
+    };
+    void onCallback(std::list<PaxClient::Resource>& resources) override {
+        Call call;
+        for (const auto& r : resources) {
+            call.ids.push_back(r.id);
+            call.values.push_back(r.value.value_or(""));
+        }
+        add(std::move(call));
+    }
+    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
+        add(Call{{}, std::move(values), std::move(paths)});
+    }
+    std::vector<Call> calls() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mCalls;
+    }
+    Call last() const { return calls().back(); }
+
+    paxtest::Counter heard;
+
+private:
+    void add(Call call) {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mCalls.push_back(std::move(call));
+        }
+        heard.increment();
+    }
+    mutable std::mutex mMutex;
+    std::vector<Call> mCalls;
+};
+
+class ServiceProcessTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string dir = std::filesystem::temp_directory_path() / "vela-e2e-XXXXXX";
+        ASSERT_NE(mkdtemp(dir.data()), nullptr);
+        sysfsRoot = dir;
+        ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"--sysfs-root", sysfsRoot}));
+    }
+    void TearDown() override {
+        service.kill();
+        std::filesystem::remove_all(sysfsRoot);
+    }
+    std::optional<std::string> mirrored(const std::string& path) const {
+        std::ifstream in(sysfsRoot + path);
+        if (!in) return std::nullopt;
+        std::string text;
+        std::getline(in, text);
+        return text;
+    }
+
+    paxtest::ChildService service;
+    std::string sysfsRoot;
+};
+
+}  // namespace e2e
