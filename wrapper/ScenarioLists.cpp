@@ -40,10 +40,14 @@ std::vector<PaxClient::Resource> getTargetLoadList(std::string text) {
     std::vector<PaxClient::Resource> list;
     if (text.empty()) return list;
     const std::vector<std::string> elements = stringUtils::split(text, ",");
-    // A dash anywhere switches the whole text to "<label>-<load>" pairs. Note that this also
-    // catches a plain list holding "-1": such a text is read as pairs, and its elements without
-    // a dash are dropped.
-    const bool pairs = stringUtils::contains(text, "-");
+    // The text is "<label>-<load>" pairs when some element has a dash after its first
+    // character; a leading dash is a sign, so "10,-1,30" stays a plain list in which "-1"
+    // skips its position. (Taking any dash as the mark of pairs would turn that list into
+    // nothing, which no caller writing -1 for "leave this one" expects.)
+    bool pairs = false;
+    for (const std::string& element : elements) {
+        if (element.find('-', 1) != std::string::npos) pairs = true;
+    }
     // Each element owns the opcode of its position, used or not; surplus elements have none.
     for (size_t i = 0; i < elements.size() && i < opCodeTargetLoad.size(); ++i) {
         if (pairs) {

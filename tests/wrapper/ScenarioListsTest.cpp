@@ -49,8 +49,9 @@ TEST(ScenarioListsTest, TargetLoadPairsTakeTheTextAfterTheDash) {
     EXPECT_THAT(getTargetLoadList("a-5,7,c-9-x"),
                 ElementsAre(res(0x010108a0, "5"), res(0x010108c0, "9")));
     EXPECT_THAT(getTargetLoadList("a-1,b-2,c-3,d-4"), testing::SizeIs(3));
-    // Any dash makes the whole text pairs, "-1" included: "10,-1,30" has no pair in it.
-    EXPECT_THAT(getTargetLoadList("10,-1,30"), IsEmpty());
+    // A leading dash is a sign, not a pair: "-1" skips its position in a plain list.
+    EXPECT_THAT(getTargetLoadList("10,-1,30"),
+                ElementsAre(res(0x010108a0, "10"), res(0x010108c0, "30")));
     EXPECT_THAT(getTargetLoadList("-5,x-"), IsEmpty());
 }
 
