@@ -233,7 +233,9 @@ binder_status_t HostBinder_stopService(const char* instance) {
         unlink(socketPath(instance).c_str());
         served().erase(it);
     }
-    for (auto& session : SessionRegistry::get().serverSessionsOf(instance)) session->shutdown();
+    // Our own clients of the instance are closed here too, so that a lookup made right after
+    // this returns cannot be handed the connection that is going away.
+    for (auto& session : SessionRegistry::get().sessionsOf(instance)) session->shutdown();
     return STATUS_OK;
 }
 

@@ -63,10 +63,18 @@ Session::~Session() {
 
 bool Session::alive() const {
     std::lock_guard<std::mutex> lock(mMutex);
-    return !mDead;
+    return !mDead && !mClosing;
 }
 
-void Session::shutdown() { ::shutdown(mFd, SHUT_RDWR); }
+void Session::shutdown() {
+    {
+        // From now on nobody is handed this connection, though its reader may not have
+        // noticed the end yet.
+        std::lock_guard<std::mutex> lock(mMutex);
+        mClosing = true;
+    }
+    ::shutdown(mFd, SHUT_RDWR);
+}
 
 AIBinder* Session::rootProxy() {
     std::lock_guard<std::mutex> lock(mMutex);
@@ -447,12 +455,11 @@ std::shared_ptr<Session> SessionRegistry::clientFor(const std::string& instance)
     return nullptr;
 }
 
-std::vector<std::shared_ptr<Session>> SessionRegistry::serverSessionsOf(
-        const std::string& instance) {
+std::vector<std::shared_ptr<Session>> SessionRegistry::sessionsOf(const std::string& instance) {
     std::lock_guard<std::mutex> lock(mMutex);
     std::vector<std::shared_ptr<Session>> out;
     for (auto& s : mSessions) {
-        if (s->serverSide() && s->instance() == instance) out.push_back(s);
+        if (s->instance() == instance) out.push_back(s);
     }
     return out;
 }

@@ -85,6 +85,7 @@ private:
     std::mutex mWriteMutex;
     mutable std::mutex mMutex;  // guards everything below
     bool mDead = false;
+    bool mClosing = false;  // shut down by us; the reader has not seen the end yet
     uint64_t mNextTxId = 1;
     std::map<uint64_t, Pending*> mPending;
     uint64_t mNextExportId = 1;
@@ -101,7 +102,8 @@ public:
     void remove(Session* s);
     // A live client session to `instance`, if one is open.
     std::shared_ptr<Session> clientFor(const std::string& instance);
-    std::vector<std::shared_ptr<Session>> serverSessionsOf(const std::string& instance);
+    // Every session, either end, for `instance`.
+    std::vector<std::shared_ptr<Session>> sessionsOf(const std::string& instance);
     int32_t count();
 
 private:
