@@ -27,7 +27,8 @@ void logLine(int priority, const char* format, ...) {
 
 // Death links of listener callbacks, by token. A token rather than a pointer is the cookie, so
 // a death that races with an unregistration or with the service going away finds nothing
-// instead of a freed object. Taken before a service's own lock, never after.
+// instead of a freed object. Lock order: gLinksLock, then a service's mLock; never the other
+// way round.
 std::mutex gLinksLock;
 std::map<uint64_t, VelaService*> gLinks;
 uint64_t gNextLink = 1;
@@ -623,14 +624,16 @@ int32_t VelaService::addListener(Listener listener, const char* what) {
         link = 0;  // a callback in this very process: it cannot die on its own
     }
 
-    std::lock_guard<std::mutex> lock(mLock);
+    std::unique_lock<std::mutex> lock(mLock);
     if (mListeners.size() >= kMaxListeners) {
+        const int32_t result = rejectLocked(
+                kVelaLimitReached, "too many listeners (" + std::to_string(kMaxListeners) + ")");
+        lock.unlock();  // the link registry is never taken under the service lock
         if (link != 0) {
             AIBinder_unlinkToDeath(binder.get(), mDeathRecipient.get(), cookieOf(link));
             forgetLink(link);
         }
-        return rejectLocked(kVelaLimitReached,
-                            "too many listeners (" + std::to_string(kMaxListeners) + ")");
+        return result;
     }
     listener.link = link;
     listener.handle = newHandleLocked();
@@ -733,7 +736,7 @@ void VelaService::publishLocked(const std::vector<Change>& changes) {
 void VelaService::deliver(int32_t listener, std::shared_ptr<IVelaCallback> callback,
                           std::vector<VelaRequestData> items) {
     ::ndk::ScopedAStatus status = callback->onCallback(items);
-    std::lock_guard<std::mutex> lock(mLock);
+    std::unique_lock<std::mutex> lock(mLock);
     if (status.isOk()) {
         ++mCounters.delivered;
         if (auto it = mListeners.find(listener); it != mListeners.end()) ++it->second.delivered;
@@ -750,10 +753,8 @@ void VelaService::deliver(int32_t listener, std::shared_ptr<IVelaCallback> callb
             const uint64_t link = it->second.link;
             mListeners.erase(it);
             ++mCounters.clientsLost;
-            if (link != 0) {
-                std::lock_guard<std::mutex> links(gLinksLock);
-                gLinks.erase(link);
-            }
+            lock.unlock();  // the link registry is never taken under the service lock
+            if (link != 0) forgetLink(link);
         }
     }
 }
