@@ -3,7 +3,9 @@
 #pragma once
 
 #include <IClientCallback.h>
+#include <PaxEvent.h>
 #include <gtest/gtest.h>
+#include <velaHalclient.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "ChildService.h"
+#include "LogCapture.h"
 #include "Waiter.h"
 
 namespace e2e {
@@ -66,6 +69,20 @@ private:
     std::vector<Call> mCalls;
 };
 
+// Kills the service with both client links connected and returns once the client has seen it
+// go, so that a test never ends (and its process never exits) with a death notification still
+// running on a binder thread.
+inline void killAndSettle(paxtest::ChildService& service, const paxtest::LogCapture& log) {
+    if (!service.running()) return;
+    std::unique_ptr<char[]> connect(velaHalclient::velaPropertyGet("ro.vendor.vela.version"));
+    PaxGetPMStatus(0);
+    const size_t before = log.count("Vela HAL Service died");
+    service.kill();
+    EXPECT_TRUE(paxtest::waitUntil([&] {
+        return log.count("Vela HAL Service died") >= before + 2;
+    })) << log.dump();
+}
+
 class ServiceProcessTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -75,7 +92,7 @@ protected:
         ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"--sysfs-root", sysfsRoot}));
     }
     void TearDown() override {
-        service.kill();
+        killAndSettle(service, log);
         std::filesystem::remove_all(sysfsRoot);
     }
     std::optional<std::string> mirrored(const std::string& path) const {
@@ -86,6 +103,7 @@ protected:
         return text;
     }
 
+    paxtest::LogCapture log;
     paxtest::ChildService service;
     std::string sysfsRoot;
 };

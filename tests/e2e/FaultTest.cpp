@@ -87,6 +87,7 @@ TEST(FaultTest, ClientSurvivesTheServiceBeingKilledUnderLoad) {
     constexpr int kKills = 6;
     const auto started = Clock::now();
 
+    paxtest::LogCapture log;
     paxtest::ChildService service;
     ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH));
     ASSERT_TRUE(clientWorks());
@@ -159,6 +160,7 @@ TEST(FaultTest, ClientSurvivesTheServiceBeingKilledUnderLoad) {
     // the runtime is still closing.
     EXPECT_LE(fdsAfter, fdsBefore + 16);
     EXPECT_LT(elapsed, 60.0);
+    killAndSettle(service, log);
 }
 
 }  // namespace
