@@ -68,6 +68,10 @@ std::string orNone(const std::string& text) {
     return text.empty() ? "none" : text;
 }
 
+std::string counted(size_t n, const char* noun) {
+    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
 }  // namespace
 
 const char* velaResultName(int32_t result) {
@@ -288,7 +292,8 @@ int32_t VelaService::releaseLocked(int32_t handle, const char* why) {
     }
     if (it->second.deadline) mTimer->cancel(handle, *it->second.deadline);
     std::vector<Change> changes = mTable.drop(Holder::request(handle));
-    LOGI("%s handle %d (%zu resources)", why, handle, it->second.resources.size());
+    LOGI("%s handle %d (%s)", why, handle,
+         counted(it->second.resources.size(), "resource").c_str());
     recordLocked(std::string(why) + " handle " + std::to_string(handle));
     mRequests.erase(it);
     ++mCounters.released;
@@ -807,7 +812,7 @@ std::string VelaService::describeLocked(const Request& request) const {
     } else {
         text << " until released";
     }
-    text << ", " << request.resources.size() << " resources";
+    text << ", " << counted(request.resources.size(), "resource");
     return text.str();
 }
 
@@ -871,8 +876,8 @@ std::vector<std::string> VelaService::dumpLinesLocked(int32_t code) const {
             }
             break;
         case kDumpRunMap:
-            lines.push_back("run map (" + std::to_string(mRequests.size()) + " requests, " +
-                            std::to_string(mRules.size()) + " rules):");
+            lines.push_back("run map (" + counted(mRequests.size(), "request") + ", " +
+                            counted(mRules.size(), "rule") + "):");
             for (const auto& [handle, request] : mRequests) {
                 std::string line = describeLocked(request);
                 if (request.deadline) {
@@ -882,7 +887,7 @@ std::vector<std::string> VelaService::dumpLinesLocked(int32_t code) const {
             }
             for (const auto& [id, rule] : mRules) {
                 add("rule " + std::to_string(id) + " status " + std::to_string(rule.status) + ", " +
-                    std::to_string(rule.resources.size()) + " resources");
+                    counted(rule.resources.size(), "resource"));
             }
             break;
         case kDumpActiveResources:
@@ -915,7 +920,7 @@ std::vector<std::string> VelaService::dumpLinesLocked(int32_t code) const {
             lines.push_back("scenarios (" + std::to_string(mConfig.scenarios().size()) + "):");
             for (const auto& [event, scenario] : mConfig.scenarios()) {
                 add("event " + std::to_string(event) + " " + scenario.action + ": " +
-                    std::to_string(scenario.resources.size()) + " resources" +
+                    counted(scenario.resources.size(), "resource") +
                     (scenario.description.empty() ? "" : " - " + scenario.description));
             }
             break;

@@ -85,11 +85,12 @@ int runDemo(Context& ctx) {
     expectCallbacks(1, "the thermal listener hears subsystem 1");
     run("notify 37 --param 1 120 240");
 
-    step("A rule: the wrapper's target-load source sets the little and prime loads");
+    step("A rule: the wrapper's target-load source sets the three target loads");
     run("notify-source 130 1 --data 45,70,85");
     run("state sched.little.target_load sched.big.target_load sched.prime.target_load");
     expectValue(kLittleLoad, "45", "the rule's target load is the latest claim");
     run("notify-source 130 0");
+    run("state sched.little.target_load");
     expectValue(kLittleLoad, "60", "with the rule off, the launch's target load shows again");
 
     step("A touch boost on top of the launch, for 300 ms");
@@ -102,6 +103,10 @@ int runDemo(Context& ctx) {
     run("state cpu.little.freq_min");
     expectValue(kLittleFloor, "1804800", "after the expiry the launch's floor shows again");
 
+    step("Power figures while the launch holds its resources");
+    run("power");
+    run("pm 0");
+
     step("Release the launch: every resource falls back to its default");
     run("release " + std::to_string(launch));
     expectCallbacks(2, "both listeners hear the release");
@@ -110,10 +115,6 @@ int runDemo(Context& ctx) {
 
     step("What the service recorded");
     run("history get");
-
-    step("Power figures");
-    run("power");
-    run("pm 0");
 
     if (failures != 0) {
         ctx.out.error("demo: " + std::to_string(failures) + " problem(s)");
