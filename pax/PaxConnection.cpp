@@ -11,6 +11,19 @@ std::shared_timed_mutex g_pax_hal_mutex;
 std::shared_ptr<IVela> g_pax_hal;
 AIBinder_DeathRecipient* g_pax_death_recipient = nullptr;
 
+namespace {
+// Destroyed before the handle. A death notification may still be arriving on a binder thread
+// at exit, so the handle is released under the lock; a late handler then only finds it empty.
+struct ReleaseHalAtExit {
+    ~ReleaseHalAtExit() {
+        std::shared_ptr<IVela> last;
+        std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
+        last = std::move(g_pax_hal);
+        lock.unlock();
+    }
+} releaseHalAtExit;
+}  // namespace
+
 int32_t pax_get_vela_hal_and_link_to_death() {
     {
         std::shared_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
@@ -56,7 +69,7 @@ int32_t pax_get_vela_hal_and_link_to_death() {
 void pax_vela_hal_died(void* /*cookie*/) {
     std::shared_ptr<IVela> dead;
     std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
-    dead = std::move(g_pax_hal);
+    if (g_pax_hal) dead = std::move(g_pax_hal);
     PAX_LOGE("Vela HAL Service died");
     lock.unlock();
 }
