@@ -32,41 +32,33 @@ struct Receiver : velaHalclient::IClientCallback {
             received.push_back(resources);
             hook = whileCalled;
         }
-        calls.increment();
         if (hook) hook();
     }
     std::vector<std::list<Resource>> got() {
         std::lock_guard<std::mutex> lock(mutex);
         return received;
     }
+    // Runs on the delivering thread, after the delivery was recorded.
     void setWhileCalled(std::function<void()> hook) {
         std::lock_guard<std::mutex> lock(mutex);
         whileCalled = std::move(hook);
     }
-    // Runs on the delivering thread, after the delivery was recorded.
-    std::function<void()> whileCalled;
     std::mutex mutex;
     std::vector<std::list<Resource>> received;
-    paxtest::Counter calls;
+    std::function<void()> whileCalled;
 };
 
 struct PathReceiver : velaHalclient::IClientCallbackByPath {
     void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            this->values = std::move(values);
-            this->paths = std::move(paths);
-        }
-        calls.increment();
+        std::lock_guard<std::mutex> lock(mutex);
+        received = {std::move(values), std::move(paths)};
     }
     std::pair<std::vector<std::string>, std::vector<std::string>> got() {
         std::lock_guard<std::mutex> lock(mutex);
-        return {values, paths};
+        return received;
     }
     std::mutex mutex;
-    std::vector<std::string> values;
-    std::vector<std::string> paths;
-    paxtest::Counter calls;
+    std::pair<std::vector<std::string>, std::vector<std::string>> received;
 };
 
 class HalclientTest : public testing::Test {
@@ -92,6 +84,8 @@ protected:
     paxtest::LogCapture log;
     paxtest::ServiceHarness service;
     std::shared_ptr<paxtest::FakeVela> fake;
+    std::shared_ptr<Receiver> receiver = std::make_shared<Receiver>();
+    std::shared_ptr<PathReceiver> byPath = std::make_shared<PathReceiver>();
 };
 
 }  // namespace halclienttest

@@ -1,6 +1,6 @@
 // What each request puts on the wire, read back at the service after a real transaction.
 #include <map>
-#include <optional>
+#include <sstream>
 
 #include "HalclientFixture.h"
 
@@ -10,253 +10,95 @@ namespace {
 using namespace velaHalclient;
 using paxtest::Answer;
 using paxtest::makeItem;
-using paxtest::VelaRequestData;
 
-struct Item {
-    int32_t id;
-    std::optional<std::string> value;
-    std::optional<std::string> value2;
-};
-
-struct ParcelCase {
-    const char* what;
-    std::function<void()> call;
-    int32_t type, param1;
-    int64_t param2;
-    int32_t param4, param6;
-    bool optionFlag, marked, callback;
-    std::vector<Item> items;
-};
+// "requestType param1 param2 param4 param6", the optional parts that are present, then one
+// "| id =value @path" per item (id in hex); anything unexpected shows up as an extra word.
+std::string describe(const paxtest::VelaRequestParcel& p) {
+    std::ostringstream s;
+    s << p.requestType << ' ' << p.param1 << ' ' << p.param2 << ' ' << p.param4 << ' ' << p.param6;
+    if (p.optionFlag) s << " flag";
+    if (p.callback) s << " callback";
+    if (p.paths) {
+        for (const auto& text : *p.paths) s << " marker:" << text.value_or("null");
+    }
+    if (p.packageName || p.identity || p.extraValues) s << " extras";
+    for (const auto& item : p.requestDatas) {
+        s << " | " << std::hex << item.id << std::dec;
+        if (item.param != 0) s << " param:" << item.param;
+        if (item.value) s << " =" << *item.value;
+        if (item.value2) s << " @" << *item.value2;
+        if (item.value3) s << " value3";
+    }
+    return s.str();
+}
 
 TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
-    auto receiver = std::make_shared<Receiver>();
-    auto byPath = std::make_shared<PathReceiver>();
     // The second opcode has its top bit set: it must arrive as the same 32 bits.
-    const std::vector<Item> listItems{{0x010108a0, "1", {}}, {int32_t(0x80000001), "2", {}}};
-    const std::vector<Item> abItems{{0, "1", "a"}, {0, "2", "b"}};
-    auto list = [] { return ResourceList{{0x010108a0, "1"}, {0x80000001u, "2"}}; };
+    ResourceList list{{0x010108a0, "1"}, {0x80000001u, "2"}};
+    ResourceList none;
+    const std::vector<std::string> ab{"a", "b"}, v12{"1", "2"}, v1{"1"};
+    const std::map<std::string, std::string> map{{"b", "2"}, {"a", "1"}},
+            xy{{"y", "1"}, {"x", "2"}};
+    const std::string items = " | 10108a0 =1 | 80000001 =2";
+    const std::string pathItems = " marker:zdbdebug | 0 =1 @a | 0 =2 @b";
     std::vector<std::string> out;
     std::map<std::string, std::string> outMap;
-    ResourceList reply;
-    const std::vector<ParcelCase> cases = {
-            {"(p2, list, p6)",
-             [&] {
-                 auto l = list();
-                 velaResCtlRequest(5, l, 9);
-             },
-             1, -1, 5, -1, 9, false, false, false, listItems},
-            {"(p2, list, p5, p6)",
-             [&] {
-                 auto l = list();
-                 velaResCtlRequest(5, l, 1, 9);
-             },
-             1, -1, 5, -1, 9, true, false, false, listItems},
-            {"(p2, list, p4, p5, p6)",
-             [&] {
-                 auto l = list();
-                 velaResCtlRequest(5, l, 4, 0, 9);
-             },
-             1, -1, 5, 4, 9, false, false, false, listItems},
-            {"(p1, p2, list, p6)",
-             [&] {
-                 auto l = list();
-                 velaResCtlRequest(3, -1, l, 9);
-             },
-             1, 3, -1, -1, 9, false, false, false, listItems},
-            {"(p1, p2, list, p5, p6)",
-             [&] {
-                 auto l = list();
-                 velaResCtlRequest(3, 5, l, 7, 9);
-             },
-             1, 3, 5, -1, 9, true, false, false, listItems},
-            {"full",
-             [&] {
-                 auto l = list();
-                 velaResCtlRequest(3, 5, l, 4, -1, 9);
-             },
-             1, 3, 5, 4, 9, false, false, false, listItems},
-            {"full with callback",
-             [&] {
-                 auto l = list();
-                 velaResCtlRequest(3, 5, l, 4, 2, 9, receiver);
-             },
-             1, 3, 5, 4, 9, true, false, true, listItems},
-            {"empty list",
-             [&] {
-                 ResourceList l;
-                 velaResCtlRequest(5, l, 9);
-             },
-             1,
-             -1,
-             5,
-             -1,
-             9,
-             false,
-             false,
-             false,
-             {}},
-            {"SA short",
-             [&] { velaSACtlRequest(5, 7, 9); },
-             2,
-             -1,
-             5,
-             -1,
-             9,
-             false,
-             false,
-             false,
-             {{7, {}, {}}}},
-            {"SA full",
-             [&] { velaSACtlRequest(1, 2, 7, 4, 1, 9); },
-             2,
-             1,
-             2,
-             4,
-             9,
-             true,
-             false,
-             false,
-             {{7, {}, {}}}},
-            {"SA with callback",
-             [&] { velaSACtlRequest(1, 2, 7, 4, 0, 9, receiver); },
-             2,
-             1,
-             2,
-             4,
-             9,
-             false,
-             false,
-             true,
-             {{7, {}, {}}}},
-            {"thermal notify",
-             [&] {
-                 auto l = list();
-                 velaThermalNotify(l, 9);
-             },
-             7, 0, 0, 0, 9, false, false, false, listItems},
-            {"state",
-             [&] {
-                 auto l = list();
-                 velaResStateRequest(l, 9, reply);
-             },
-             0, 0, 0, 0, 9, false, false, false, listItems},
-            {"listening",
-             [&] {
-                 auto l = list();
-                 velaResListeningRegister(l, 9, receiver);
-             },
-             0, 0, 0, 0, 9, false, false, false, listItems},
-            {"by path",
-             [&] {
-                 vela_resctl_request_by_path(3, -2, {"a", "b"}, {"1", "2"}, 4, 1, 9);
-             },
-             1, 3, -2, 4, 9, true, true, false, abItems},
-            {"by path with callback",
-             [&] {
-                 vela_resctl_request_with_callback_by_path(3, 5, {"a", "b"}, {"1", "2"}, 4, 0, 9,
-                                                           byPath);
-             },
-             1, 3, 5, 4, 9, false, true, true, abItems},
-            {"state by path",
-             [&] {
-                 vela_res_state_request_by_path({"a", "b"}, {"1", "2"}, 9, out);
-             },
-             0, 0, 0, 0, 9, false, true, false, abItems},
-            {"state by path, values dropped",
-             [&] {
-                 vela_res_state_request_by_path({"a", "b"}, {"1"}, 9, out);
-             },
-             0,
-             0,
-             0,
-             0,
-             9,
-             false,
-             true,
-             false,
-             {{0, {}, "a"}, {0, {}, "b"}}},
-            {"state by map",
-             [&] {
-                 vela_res_state_request_map_by_path({{"b", "2"}, {"a", "1"}}, 9, outMap);
-             },
-             0, 0, 0, 0, 9, false, true, false, abItems},
-            {"listening by path",
-             [&] {
-                 vela_res_listening_register_by_path({"a", "b"}, 9, byPath);
-             },
-             0,
-             0,
-             0,
-             0,
-             9,
-             false,
-             true,
-             false,
-             {{0, {}, "a"}, {0, {}, "b"}}},
-            {"listening by map",
-             [&] {
-                 vela_res_listening_register_map_by_path({{"y", "2"}, {"x", "1"}}, 9, byPath);
-             },
-             0,
-             0,
-             0,
-             0,
-             9,
-             false,
-             true,
-             false,
-             {{0, "1", "x"}, {0, "2", "y"}}},
-            {"diagnostic",
-             [&] { velaDumpSAInfo(); },
-             5,
-             0,
-             0,
-             1,
-             0,
-             false,
-             false,
-             false,
-             {{5, {}, {}}}},
+    const std::vector<std::pair<std::string, std::function<void()>>> cases = {
+            {"1 -1 5 -1 9" + items, [&] { velaResCtlRequest(5, list, 9); }},
+            {"1 -1 5 -1 9 flag" + items, [&] { velaResCtlRequest(5, list, 1, 9); }},
+            {"1 -1 5 4 9" + items, [&] { velaResCtlRequest(5, list, 4, 0, 9); }},
+            {"1 3 -1 -1 9" + items, [&] { velaResCtlRequest(3, -1, list, 9); }},
+            {"1 3 5 -1 9 flag" + items, [&] { velaResCtlRequest(3, 5, list, 7, 9); }},
+            {"1 3 5 4 9" + items, [&] { velaResCtlRequest(3, 5, list, 4, -1, 9); }},
+            {"1 3 5 4 9 flag callback" + items,
+             [&] { velaResCtlRequest(3, 5, list, 4, 2, 9, receiver); }},
+            {"1 -1 5 -1 9", [&] { velaResCtlRequest(5, none, 9); }},
+            {"2 -1 5 -1 9 | 7", [&] { velaSACtlRequest(5, 7, 9); }},
+            {"2 1 2 4 9 flag | 7", [&] { velaSACtlRequest(1, 2, 7, 4, 1, 9); }},
+            {"2 1 2 4 9 callback | 7", [&] { velaSACtlRequest(1, 2, 7, 4, 0, 9, receiver); }},
+            {"7 0 0 0 9" + items, [&] { velaThermalNotify(list, 9); }},
+            {"0 0 0 0 9" + items, [&] { velaResStateRequest(list, 9, none); }},
+            {"0 0 0 0 9" + items, [&] { velaResListeningRegister(list, 9, receiver); }},
+            {"1 3 -2 4 9 flag" + pathItems,
+             [&] { vela_resctl_request_by_path(3, -2, ab, v12, 4, 1, 9); }},
+            {"1 3 5 4 9 callback" + pathItems,
+             [&] { vela_resctl_request_with_callback_by_path(3, 5, ab, v12, 4, 0, 9, byPath); }},
+            {"0 0 0 0 9" + pathItems, [&] { vela_res_state_request_by_path(ab, v12, 9, out); }},
+            // Values go along only when there is one per path.
+            {"0 0 0 0 9 marker:zdbdebug | 0 @a | 0 @b",
+             [&] { vela_res_state_request_by_path(ab, v1, 9, out); }},
+            {"0 0 0 0 9" + pathItems, [&] { vela_res_state_request_map_by_path(map, 9, outMap); }},
+            {"0 0 0 0 9 marker:zdbdebug | 0 @a | 0 @b",
+             [&] { vela_res_listening_register_by_path(ab, 9, byPath); }},
+            {"0 0 0 0 9 marker:zdbdebug | 0 =2 @x | 0 =1 @y",
+             [&] { vela_res_listening_register_map_by_path(xy, 9, byPath); }},
+            // The service knows the diagnostic commands by their codes; 9 is unused.
+            {"5 0 0 1 0 | 0", velaDumpToDoQueue},
+            {"5 0 0 1 0 | 1", velaDumpRunMap},
+            {"5 0 0 1 0 | 2", velaDumpActiveResMap},
+            {"5 0 0 1 0 | 3", velaDumpResRequest},
+            {"5 0 0 1 0 | 4", velaDumpResInfo},
+            {"5 0 0 1 0 | 5", velaDumpSAInfo},
+            {"5 0 0 1 0 | 6", velaDumpPidFdList},
+            {"5 0 0 1 0 | 7", velaDumpPidfdMonitorMap},
+            {"5 0 0 1 0 | 8", velaDumpResRecordList},
+            {"5 0 0 1 0 | a", velaHistoryRequestRecordOn},
+            {"5 0 0 1 0 | b", velaHistoryRequestRecordOff},
     };
-    for (const ParcelCase& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& [expected, call] : cases) {
         const size_t before = fake->callCount();
-        c.call();
-        ASSERT_EQ(fake->callCount(), before + 1);
-        const paxtest::VelaRequestParcel p = fake->lastParcel();
-        EXPECT_EQ(p.requestType, c.type);
-        EXPECT_EQ(p.param1, c.param1);
-        EXPECT_EQ(p.param2, c.param2);
-        EXPECT_EQ(p.param4, c.param4);
-        EXPECT_EQ(p.param6, c.param6);
-        EXPECT_EQ(p.optionFlag, c.optionFlag);
-        EXPECT_EQ(p.callback != nullptr, c.callback);
-        if (c.marked) {
-            EXPECT_EQ(p.paths, (std::vector<std::optional<std::string>>{"zdbdebug"}));
-        } else {
-            EXPECT_FALSE(p.paths.has_value());
-        }
-        EXPECT_FALSE(p.packageName || p.identity || p.extraValues);
-        ASSERT_EQ(p.requestDatas.size(), c.items.size());
-        for (size_t i = 0; i < c.items.size(); ++i) {
-            const VelaRequestData& got = p.requestDatas[i];
-            EXPECT_EQ(got.id, c.items[i].id) << i;
-            EXPECT_EQ(got.param, 0) << i;
-            EXPECT_EQ(got.value, c.items[i].value) << i;
-            EXPECT_EQ(got.value2, c.items[i].value2) << i;
-            EXPECT_FALSE(got.value3.has_value()) << i;
-        }
+        call();
+        ASSERT_EQ(fake->callCount(), before + 1) << expected;
+        EXPECT_EQ(describe(fake->lastParcel()), expected);
     }
 }
 
-// Every entry with an opcode needs a value and an empty slot (id 0) must have none; the first
-// entry breaking that stops the request before anything is sent.
-TEST_F(HalclientTest, InconsistentListsAreRefusedWithTheirOwnLine) {
-    auto receiver = std::make_shared<Receiver>();
+// An entry with an opcode needs a value and an empty slot (id 0) must have none; a list that
+// breaks this is refused before anything is sent, each function with its own line.
+TEST_F(HalclientTest, InconsistentListsAreRefused) {
     ResourceList emptyValue{{0x100, "1"}, {0x200, ""}};
     ResourceList slotWithValue{{0, "1"}};
     ResourceList missingValue{{0x300, std::nullopt}};
-
     EXPECT_EQ(velaResCtlRequest(1, emptyValue, 0), -1);
     EXPECT_TRUE(error("velaResCtlRequest ERROR: size unmatched for id and value "));
     EXPECT_EQ(velaResCtlRequest(1, 2, slotWithValue, 3, 4, 5, receiver), -1);
@@ -264,22 +106,17 @@ TEST_F(HalclientTest, InconsistentListsAreRefusedWithTheirOwnLine) {
     EXPECT_EQ(velaThermalNotify(missingValue, 0), -1);
     EXPECT_TRUE(error("velaThermalNotify ERROR: size unmatched for id and level "));
     EXPECT_EQ(fake->callCount(), 0u);
-    EXPECT_EQ(fake->callbackCount(), 0u);
 
-    // An empty slot without value is fine and travels as an item with id 0.
     ResourceList slot{{0, std::nullopt}};
     EXPECT_GT(velaResCtlRequest(1, slot, 0), 0);
-    ASSERT_EQ(fake->lastParcel().requestDatas.size(), 1u);
-    EXPECT_EQ(fake->lastParcel().requestDatas[0].id, 0);
+    EXPECT_EQ(describe(fake->lastParcel()), "1 -1 1 -1 0 | 0");
 }
 
-TEST_F(HalclientTest, StateReplyIsAppendedAndAnEmptyReplyLeavesItAlone) {
+TEST_F(HalclientTest, StateReplyIsAppendedAndAnEmptyReplyChangesNothing) {
     ResourceList request{{0x10, std::nullopt}};
     ResourceList reply{{0x1, "old"}};
     fake->enqueue("resStateRequest", Answer::items({}));
     EXPECT_EQ(velaResStateRequest(request, 0, reply), -1);
-    EXPECT_EQ(reply.size(), 1u);
-
     fake->enqueue("resStateRequest",
                   Answer::items({makeItem(0x10, 0, "5"), makeItem(int32_t(0x80000002))}));
     EXPECT_EQ(velaResStateRequest(request, 0, reply), 3);
@@ -287,12 +124,14 @@ TEST_F(HalclientTest, StateReplyIsAppendedAndAnEmptyReplyLeavesItAlone) {
     EXPECT_TRUE(info("vela client velaResStateRequest size 3"));
 }
 
-TEST_F(HalclientTest, ThermalNotifySucceedsOnlyOnAPositiveHandle) {
+TEST_F(HalclientTest, ThermalNotifyAndCommandsSucceedOnlyOnAPositiveAnswer) {
     ResourceList levels{{0x40, "3"}};
-    fake->enqueue("resCtlRequest", Answer::ok(0));
-    EXPECT_EQ(velaThermalNotify(levels, 0), -1);
-    fake->enqueue("resCtlRequest", Answer::ok(1));
-    EXPECT_EQ(velaThermalNotify(levels, 0), 0);
+    for (const auto& [answer, expected] : {std::pair{0, -1}, {1, 0}, {-3, -1}, {2, 0}}) {
+        fake->enqueue("resCtlRequest", Answer::ok(answer));
+        EXPECT_EQ(velaThermalNotify(levels, 0), expected) << answer;
+        fake->enqueue("resCtlRequest", Answer::ok(answer));
+        EXPECT_EQ(velaHistoryRequestRecordOn(), expected) << answer;
+    }
 }
 
 }  // namespace
