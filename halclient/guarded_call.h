@@ -14,13 +14,6 @@
 
 namespace velaHalclient {
 
-enum class HalCall {
-    kNoService,  // no proxy after connecting; nothing was sent
-    kNotSent,    // the request refused its own arguments
-    kFailed,     // no status or a failed one; the proxy has been dropped
-    kOk,
-};
-
 // What a request hands back to guardedCall: the call's status, or nothing when it decided not
 // to send.
 using CallStatus = std::optional<ndk::ScopedAStatus>;
@@ -30,11 +23,12 @@ struct NoAfterCall {
 };
 
 // `invoke(IVela&)` builds the parcel and makes the call with halLock held shared and returns
-// its status. `afterCall(ok)` runs once the shared hold is released and before a failure is
-// logged and the proxy dropped, so it may take locks that a reconnection must not wait on.
+// its status; nothing more happens when there is no proxy or it sent nothing. `afterCall(ok)`
+// runs once the shared hold is released and before a failure is logged and the proxy dropped,
+// so it may take locks that a reconnection must not wait on.
 template <typename Invoke, typename AfterCall = NoAfterCall>
-HalCall guardedCall(const char* entryLine, const char* failName, Invoke&& invoke,
-                    AfterCall&& afterCall = AfterCall{}) noexcept {
+void guardedCall(const char* entryLine, const char* failName, Invoke&& invoke,
+                 AfterCall&& afterCall = AfterCall{}) noexcept {
     VELA_LOGI("%s", entryLine);
     get_vela_hal_and_link_to_death();
     // Allocation is all that can throw here; the caller sees it as a request that was not
@@ -43,19 +37,18 @@ HalCall guardedCall(const char* entryLine, const char* failName, Invoke&& invoke
         CallStatus status;
         {
             std::shared_lock<std::shared_timed_mutex> shared(halLock);
-            if (g_vela_hal == nullptr) return HalCall::kNoService;
+            if (g_vela_hal == nullptr) return;
             status = invoke(*g_vela_hal);
         }
-        if (!status.has_value()) return HalCall::kNotSent;
+        if (!status.has_value()) return;
         const bool ok = status->isOk();
         afterCall(ok);
-        if (ok) return HalCall::kOk;
+        if (ok) return;
     } catch (...) {
-        return HalCall::kNotSent;
+        return;
     }
     VELA_LOGE("%s() failed: vela HAL service not available", failName);
     dropVelaHal();
-    return HalCall::kFailed;
 }
 
 // For the many operations whose answer is one int32 out-parameter: returns what the service

@@ -25,7 +25,8 @@ int velaResListeningRegister(ResourceList& resources, int param6,
 
 int velaResListeningUnRegister(int handle) {
     int32_t result = -1;
-    // Let go of only after the registry mutex: dropping a client drops the caller's receiver.
+    // Destroyed after the registry mutex is released: the last reference to a client takes the
+    // caller's receiver with it, and the caller's destructor must not run under our lock.
     std::vector<VelaCallbackGroup> removed;
     guardedCall(
             "vela client velaResListeningUnRegister", "velaResListeningUnRegister",
