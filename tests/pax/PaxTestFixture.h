@@ -4,10 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <ostream>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -21,41 +17,17 @@
 namespace paxtest {
 
 inline constexpr char kTag[] = "[PAX_CLIENT]";
+using Resources = std::vector<PaxClient::Resource>;
+using Texts = std::vector<std::string>;
 
-// A comparable, printable copy of a request item.
-struct Item {
-    Item(int32_t id, int32_t param, std::optional<std::string> value = std::nullopt,
-         std::optional<std::string> value2 = std::nullopt,
-         std::optional<std::string> value3 = std::nullopt)
-        : id(id),
-          param(param),
-          value(std::move(value)),
-          value2(std::move(value2)),
-          value3(std::move(value3)) {}
-
-    int32_t id;
-    int32_t param;
-    std::optional<std::string> value;
-    std::optional<std::string> value2;
-    std::optional<std::string> value3;
-
-    bool operator==(const Item& o) const {
-        return id == o.id && param == o.param && value == o.value && value2 == o.value2 &&
-               value3 == o.value3;
+// "id/param/value" per item, "~" for an absent value; request items never carry the other texts.
+inline Texts itemTexts(const std::vector<VelaRequestData>& items) {
+    Texts out;
+    for (const VelaRequestData& item : items) {
+        out.push_back(std::to_string(item.id) + "/" + std::to_string(item.param) + "/" +
+                      item.value.value_or("~") + (item.value2 || item.value3 ? "+extra" : ""));
     }
-};
-
-inline void PrintTo(const Item& item, std::ostream* os) {
-    auto text = [](const std::optional<std::string>& s) { return s ? '"' + *s + '"' : "absent"; };
-    *os << "{" << item.id << ", " << item.param << ", " << text(item.value) << ", "
-        << text(item.value2) << ", " << text(item.value3) << "}";
-}
-
-inline std::vector<Item> itemsOf(const std::vector<VelaRequestData>& data) {
-    std::vector<Item> items;
-    for (const VelaRequestData& d : data)
-        items.push_back({d.id, d.param, d.value, d.value2, d.value3});
-    return items;
+    return out;
 }
 
 inline bool paxConnected() {
@@ -70,11 +42,7 @@ inline AIBinder_DeathRecipient* paxRecipient() {
 
 class PaxTest : public testing::Test {
 protected:
-    void SetUp() override {
-        fake = service.startFake();
-        ASSERT_NE(fake, nullptr);
-    }
-
+    void SetUp() override { ASSERT_NE(fake = service.startFake(), nullptr); }
     bool logged(int priority, const std::string& text) const {
         return log.contains(kTag, priority, text);
     }
