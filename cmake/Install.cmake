@@ -1,5 +1,9 @@
 include(CMakePackageConfigHelpers)
 
+# Installed libraries find each other beside themselves, wherever the prefix is.
+set_target_properties(norvo-pax-client vela_aidl_ndk hostbinder_ndk PROPERTIES
+    INSTALL_RPATH "$ORIGIN;/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android")
+
 install(TARGETS norvo-pax-client vela_aidl_ndk hostbinder_ndk
         EXPORT NorvoPaxClientTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

@@ -55,7 +55,6 @@ Session::Session(int fd, std::string instance, AIBinder* root)
 }
 
 Session::~Session() {
-    if (mRoot != nullptr) AIBinder_decStrong(mRoot);
     // Closed only here: a late reply or release after the peer went must not write to a
     // descriptor number that has meanwhile been reused.
     close(mFd);
@@ -401,10 +400,9 @@ void Session::teardown() {
             entry.second->done = true;
             entry.second->cv.notify_one();
         }
-        for (auto& entry : mExports) {
-            // The root's reference belongs to the session and goes with it.
-            if (entry.first != kRootId) exports.push_back(entry.second.binder);
-        }
+        // The root goes too: a service that keeps proxies of this connection's callbacks
+        // would otherwise keep itself alive through them.
+        for (auto& entry : mExports) exports.push_back(entry.second.binder);
         mExports.clear();
         mExportIds.clear();
         for (auto& entry : mProxies) {

@@ -73,7 +73,7 @@ private:
 
     const int mFd;
     const std::string mInstance;
-    AIBinder* const mRoot;
+    AIBinder* const mRoot;  // identifies a server end; its reference lives in mExports
     pid_t mPeerPid = 0;
     uid_t mPeerUid = 0;
 
