@@ -1,12 +1,12 @@
 // Death of a service in another process: the recipient runs once on a binder thread, calls in
 // flight fail with a dead object, and waiting for the service yields a fresh working proxy.
-#include "RecordingVela.h"
-
 #include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
+
+#include "FakeVela.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -18,7 +18,11 @@
 #include <thread>
 
 using aidl::vendor::norvo::hardware::vela::IVela;
-using namespace hbtest;
+using namespace paxtest;
+
+namespace {
+constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
+}  // namespace
 
 namespace {
 
@@ -29,8 +33,9 @@ constexpr const char* kChildEnv = "HOSTBINDER_TEST_CHILD";
 [[maybe_unused]] const int childHook = [] {
     const char* mode = getenv(kChildEnv);
     if (mode == nullptr) return 0;
-    auto service = ndk::SharedRefBase::make<RecordingVela>();
-    if (std::string(mode) == "hold") service->holdRequests();
+    auto service = ndk::SharedRefBase::make<FakeVela>();
+    if (std::string(mode) == "hold") service->blockNext("resCtlRequest");
+    service->setDefault("resCtlRelease", Answer::ok(2));
     if (AServiceManager_addService(service->asBinder().get(), kInstance) != EX_NONE) _exit(3);
     ABinderProcess_joinThreadPool();
     return 0;
@@ -108,7 +113,7 @@ TEST(Death, KilledServiceIsNoticedOnceAndComesBackFresh) {
 }
 
 TEST(Death, StoppingAnInProcessServiceLooksLikeDeathToItsClients) {
-    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    auto service = ndk::SharedRefBase::make<FakeVela>();
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
     ASSERT_NE(nullptr, vela);
@@ -131,7 +136,7 @@ TEST(Death, StoppingAnInProcessServiceLooksLikeDeathToItsClients) {
 }
 
 TEST(Death, DeletedRecipientIsNotCalled) {
-    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    auto service = ndk::SharedRefBase::make<FakeVela>();
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
     ndk::SpAIBinder binder(AServiceManager_checkService(kInstance));
     std::atomic<int> deaths{0};

@@ -1,7 +1,5 @@
 // Whatever arrives on a socket, the runtime answers with an error or drops that connection;
 // the service keeps serving everyone else and nothing piles up.
-#include "RecordingVela.h"
-
 #include "../../hostbinder/src/parcel.h"
 #include "../../hostbinder/src/wire.h"
 
@@ -9,6 +7,8 @@
 #include <android/binder_manager.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
+
+#include "FakeVela.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -19,14 +19,18 @@
 #include <vector>
 
 using aidl::vendor::norvo::hardware::vela::IVela;
-using namespace hbtest;
+using namespace paxtest;
+
+namespace {
+constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
+}  // namespace
 
 namespace {
 
 class Malformed : public ::testing::Test {
 protected:
     void SetUp() override {
-        service = ndk::SharedRefBase::make<RecordingVela>();
+        service = ndk::SharedRefBase::make<FakeVela>();
         ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
     }
 
@@ -103,11 +107,12 @@ protected:
         auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
         ASSERT_NE(nullptr, vela);
         int32_t out = -1;
+        service->enqueue("resCtlRelease", Answer::ok(2));
         EXPECT_TRUE(vela->resCtlRelease(1, &out).isOk());
         EXPECT_EQ(2, out);
     }
 
-    std::shared_ptr<RecordingVela> service;
+    std::shared_ptr<FakeVela> service;
 };
 
 }  // namespace
@@ -152,7 +157,8 @@ TEST_F(Malformed, BadContentsFailTheTransactionNotTheService) {
     // A transaction to an object that does not exist.
     EXPECT_EQ(STATUS_OK, transactRaw(0x5f504e47 /* ping */, {}));
     expectServiceStillWorks();
-    EXPECT_EQ(std::vector<std::string>{"resCtlRelease(1)"}, service->calls());
+    ASSERT_EQ(1u, service->callCount());
+    EXPECT_EQ(1, service->lastCall("resCtlRelease").handle);
 }
 
 TEST_F(Malformed, ConnectionsDoNotPileUp) {

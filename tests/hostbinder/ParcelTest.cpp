@@ -1,17 +1,19 @@
 // Both parcels survive the wire with every field present and absent, and the parcel refuses
 // to read what is not there.
-#include "RecordingVela.h"
-
 #include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
 #include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 
+#include "FakeVela.h"
+
 using aidl::vendor::norvo::hardware::vela::IVela;
-using namespace hbtest;
+using namespace paxtest;
 
 namespace {
+
+constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
 
 VelaRequestParcel fullParcel() {
     VelaRequestParcel p{};
@@ -152,22 +154,24 @@ TEST(Parcel, StatusHeaderCarriesExceptionsButNotTransactionErrors) {
 }
 
 TEST(Parcel, BothParcelsCrossTheWireUnchanged) {
-    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    auto service = ndk::SharedRefBase::make<FakeVela>();
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
     ASSERT_NE(nullptr, vela);
 
     VelaRequestParcel p = fullParcel();
     int32_t handle = -1;
+    service->enqueue("resCtlRequest", Answer::ok(108));
     ASSERT_TRUE(vela->resCtlRequest(p, &handle).isOk());
     EXPECT_EQ(108, handle);
     expectSame(p, service->lastParcel());
 
+    service->enqueue("resStateRequest", Answer::items(p.requestDatas));
     std::vector<VelaRequestData> reply;
     ASSERT_TRUE(vela->resStateRequest(p, &reply).isOk());
-    ASSERT_EQ(2u, reply.size());
-    EXPECT_EQ(static_cast<int32_t>(0x80000001u), reply[0].id);
-    EXPECT_EQ("state-of-" + std::to_string(static_cast<int32_t>(0x80000001u)), reply[0].value);
-    EXPECT_EQ("/dev/path", reply[0].value2);
-    EXPECT_FALSE(reply[1].value3.has_value());
+    VelaRequestParcel echoed{};
+    echoed.requestDatas = reply;
+    VelaRequestParcel sent{};
+    sent.requestDatas = p.requestDatas;
+    expectSame(sent, echoed);
 }

@@ -1,7 +1,5 @@
 // Calls reach the right method with their arguments and results; callbacks travel back over
 // the same connection, nested inside a call or later from a service thread.
-#include "RecordingVela.h"
-
 #include <aidl/vendor/norvo/hardware/vela/BnVelaCallback.h>
 #include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <android/binder_manager.h>
@@ -9,15 +7,19 @@
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 
+#include "FakeVela.h"
+
 #include <atomic>
 #include <future>
 #include <thread>
 
 using aidl::vendor::norvo::hardware::vela::BnVelaCallback;
 using aidl::vendor::norvo::hardware::vela::IVela;
-using namespace hbtest;
+using namespace paxtest;
 
 namespace {
+
+constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
 
 class CountingCallback : public BnVelaCallback {
 public:
@@ -43,13 +45,13 @@ public:
 class Transport : public ::testing::Test {
 protected:
     void SetUp() override {
-        service = ndk::SharedRefBase::make<RecordingVela>();
+        service = ndk::SharedRefBase::make<FakeVela>();
         ASSERT_EQ(STATUS_OK, HostBinder_declareService(kInstance));
         ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
         vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
         ASSERT_NE(nullptr, vela);
     }
-    std::shared_ptr<RecordingVela> service;
+    std::shared_ptr<FakeVela> service;
     std::shared_ptr<IVela> vela;
 };
 
@@ -64,44 +66,55 @@ VelaRequestData item(int32_t id) {
 TEST_F(Transport, EveryMethodReachesItsImplementationWithArgumentsAndResult) {
     VelaRequestParcel p{};
     p.requestType = 2;
+    p.requestDatas = {item(5)};
     int32_t out = -1;
     std::string text;
     std::vector<VelaRequestData> items;
     auto cb = ndk::SharedRefBase::make<CountingCallback>();
+    service->setDefault("resCtlRelease", Answer::ok(42));
+    service->setDefault("resStateRequest", Answer::items({makeItem(5, 0, "five")}));
+    service->setDefault("propertyGet", Answer::property("v"));
+    service->setDefault("reserved", Answer::exception(EX_UNSUPPORTED_OPERATION));
+    service->enqueue("ruleCtl", Answer::serviceSpecific(6));
 
     EXPECT_TRUE(vela->init().isOk());
     EXPECT_TRUE(vela->resCtlRequest(p, &out).isOk());
-    EXPECT_EQ(102, out);
+    EXPECT_EQ(1, out);
     EXPECT_TRUE(vela->resCtlRelease(41, &out).isOk());
     EXPECT_EQ(42, out);
-    p.requestDatas = {item(5)};
     EXPECT_TRUE(vela->resStateRequest(p, &items).isOk());
-    EXPECT_EQ("state-of-5", items.at(0).value);
+    EXPECT_EQ("five", items.at(0).value);
     EXPECT_TRUE(vela->resListeningRegister(p, cb, &out).isOk());
-    EXPECT_EQ(7, out);
+    EXPECT_EQ(2, out);
     EXPECT_TRUE(vela->resListeningUnregister(7, &out).isOk());
     EXPECT_TRUE(vela->propertyGet("k", &text).isOk());
-    EXPECT_EQ("value-of-k", text);
-    EXPECT_TRUE(vela->propertySet("k", "v", &out).isOk());
+    EXPECT_EQ("v", text);
+    EXPECT_TRUE(vela->propertySet("k", "v2", &out).isOk());
     EXPECT_TRUE(vela->thermalListeningRegister({1, -2}, cb, &out).isOk());
-    EXPECT_EQ(9, out);
     EXPECT_TRUE(vela->thermalListeningUnregister(9, &out).isOk());
-    ndk::ScopedAStatus unsupported = vela->reserved(&out);
-    EXPECT_EQ(EX_UNSUPPORTED_OPERATION, unsupported.getExceptionCode());
+    EXPECT_EQ(EX_UNSUPPORTED_OPERATION, vela->reserved(&out).getExceptionCode());
     EXPECT_TRUE(vela->setRelatedSysInfo(3, -4000000000LL, &out).isOk());
-    EXPECT_TRUE(vela->ruleCtl(5, 1, {item(1), item(2)}, &out).isOk());
-    EXPECT_EQ(4, out);
-    ndk::ScopedAStatus specific = vela->ruleCtl(-6, 0, {}, &out);
+    ndk::ScopedAStatus specific = vela->ruleCtl(5, 1, {item(1), item(2)}, &out);
     EXPECT_EQ(EX_SERVICE_SPECIFIC, specific.getExceptionCode());
     EXPECT_EQ(6, specific.getServiceSpecificError());
 
-    EXPECT_EQ((std::vector<std::string>{
-                      "init()", "resCtlRequest(2)", "resCtlRelease(41)", "resStateRequest(1)",
-                      "resListeningRegister(cb)", "resListeningUnregister(7)", "propertyGet(k)",
-                      "propertySet(k,v)", "thermalListeningRegister(1;-2;)",
-                      "thermalListeningUnregister(9)", "reserved()",
-                      "setRelatedSysInfo(3,-4000000000)", "ruleCtl(5,1,2)", "ruleCtl(-6,0,0)"}),
-              service->calls());
+    std::vector<std::string> methods;
+    for (const VelaCall& call : service->calls()) methods.push_back(call.method);
+    EXPECT_EQ((std::vector<std::string>{"init", "resCtlRequest", "resCtlRelease",
+                                        "resStateRequest", "resListeningRegister",
+                                        "resListeningUnregister", "propertyGet", "propertySet",
+                                        "thermalListeningRegister", "thermalListeningUnregister",
+                                        "reserved", "setRelatedSysInfo", "ruleCtl"}),
+              methods);
+    EXPECT_EQ(2, service->lastCall("resCtlRequest").parcel->requestType);
+    EXPECT_EQ(41, service->lastCall("resCtlRelease").handle);
+    EXPECT_EQ(7, service->lastCall("resListeningUnregister").handle);
+    EXPECT_NE(nullptr, service->lastCall("resListeningRegister").callback);
+    EXPECT_EQ("v2", service->lastCall("propertySet").value);
+    EXPECT_EQ((std::vector<int32_t>{1, -2}), service->lastCall("thermalListeningRegister").ids);
+    EXPECT_EQ(-4000000000LL, service->lastCall("setRelatedSysInfo").sysInfoValue);
+    EXPECT_EQ(2u, service->lastCall("ruleCtl").items.size());
+    EXPECT_EQ(5, service->lastCall("ruleCtl").ruleId);
 }
 
 // A bare class under the interface's descriptor sees the raw transaction codes.
@@ -148,12 +161,13 @@ TEST_F(Transport, CallbackRunsOnBinderThreadWhileTheCallIsInFlight) {
     auto cb = ndk::SharedRefBase::make<CountingCallback>();
     std::atomic<bool> callReturned{false};
     std::atomic<bool> returnedBeforeCallback{true};
-    service->onRequest = [&](const VelaRequestParcel& in) {
-        ASSERT_NE(nullptr, in.callback);
-        ASSERT_TRUE(in.callback->isRemote());
-        EXPECT_TRUE(in.callback->onCallback({item(11)}).isOk());
+    service->enqueue("resCtlRequest", Answer::ok().withHook([&](const VelaCall& call) {
+        const std::shared_ptr<IVelaCallback>& callback = call.parcel->callback;
+        ASSERT_NE(nullptr, callback);
+        ASSERT_TRUE(callback->isRemote());
+        EXPECT_TRUE(callback->onCallback({item(11)}).isOk());
         returnedBeforeCallback = callReturned.load();
-    };
+    }));
     VelaRequestParcel p{};
     p.callback = cb;
     int32_t out = -1;
@@ -170,7 +184,7 @@ TEST_F(Transport, CallbackLaterFromAServiceThreadReachesTheSameObject) {
     VelaRequestParcel p{};
     int32_t out = -1;
     ASSERT_TRUE(vela->resListeningRegister(p, cb, &out).isOk());
-    std::shared_ptr<IVelaCallback> held = service->lastCallback();
+    std::shared_ptr<IVelaCallback> held = service->callbackAt(0);
     ASSERT_NE(nullptr, held);
     std::thread([held] {
         held->onCallback({item(1)});
@@ -191,12 +205,10 @@ TEST_F(Transport, ServiceDropsCallbackAndClientObjectIsFreed) {
         int32_t out;
         ASSERT_TRUE(vela->resCtlRequest(p, &out).isOk());
     }
-    // The service still holds its proxy in lastCallback: the object must stay alive.
+    // The service still holds its proxy: the object must stay alive until it lets go.
     EXPECT_FALSE(watch.expired());
-    service->onRequest = nullptr;
-    VelaRequestParcel empty{};
-    int32_t out;
-    ASSERT_TRUE(vela->resCtlRequest(empty, &out).isOk());  // replaces the held proxy
+    service->forgetCallbacks();
+    service->clearCalls();
     for (int i = 0; i < 200 && !watch.expired(); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
@@ -213,7 +225,7 @@ TEST(ServiceManager, UndeclaredAndUnservedInstancesAreNotFound) {
 }
 
 TEST(ServiceManager, WaitForServiceReturnsOnceTheServiceAppears) {
-    auto service = ndk::SharedRefBase::make<RecordingVela>();
+    auto service = ndk::SharedRefBase::make<FakeVela>();
     auto waiter = std::async(std::launch::async, [] {
         return ndk::SpAIBinder(AServiceManager_waitForService(kInstance));
     });
