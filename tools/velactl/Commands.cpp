@@ -164,6 +164,22 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeou
     return true;
 }
 
+// The common end of a control request: report the handle, and with a callback wait (bounded)
+// for the service's answer to arrive through it.
+int finishRequest(Context& ctx, const std::string& what, int32_t handle, Printer& printer,
+                  bool callback, const std::string& timeout) {
+    if (handle < 1) return failed(ctx, what, handle);
+    printer.setHandle(handle);
+    ctx.lastHandle = handle;
+    printHandle(ctx, handle);
+    if (callback && !waitFor([&] { return printer.heard() > 0; },
+                             std::chrono::milliseconds(parseInt(timeout, "timeout")))) {
+        ctx.out.error("no answer from the service within " + timeout + " ms");
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
 struct DumpCommand {
     const char* name;
     const char* title;
@@ -443,17 +459,7 @@ void Commands::defineLibraryCommands() {
                                      : velaHalclient::vela_resctl_request_by_path(
                                                -1, duration, pathList, valueList, -1, 0, 0);
                 }
-                if (handle < 1) return failed(ctx, "request", handle);
-                printer->setHandle(handle);
-                ctx.lastHandle = handle;
-                printHandle(ctx, handle);
-                if (a.callback &&
-                    !waitFor([&] { return printer->heard() > 0; },
-                             std::chrono::milliseconds(parseInt(a.timeout, "timeout")))) {
-                    ctx.out.error("no answer from the service within " + a.timeout + " ms");
-                    return kExitFailed;
-                }
-                return kExitOk;
+                return finishRequest(ctx, "request", handle, *printer, a.callback, a.timeout);
             });
     request->add_option("resources", a.items, "OPCODE=VALUE or /PATH=VALUE ...")->required();
     request->add_option("-d,--duration", a.duration, "duration in ms (0: until released)");
@@ -468,16 +474,7 @@ void Commands::defineLibraryCommands() {
         const int32_t handle =
                 a.callback ? velaHalclient::velaSACtlRequest(-1, duration, id, -1, 0, 0, printer)
                            : velaHalclient::velaSACtlRequest(-1, duration, id, -1, 0, 0);
-        if (handle < 1) return failed(ctx, "sa-request", handle);
-        printer->setHandle(handle);
-        ctx.lastHandle = handle;
-        printHandle(ctx, handle);
-        if (a.callback && !waitFor([&] { return printer->heard() > 0; },
-                                   std::chrono::milliseconds(parseInt(a.timeout, "timeout")))) {
-            ctx.out.error("no answer from the service within " + a.timeout + " ms");
-            return kExitFailed;
-        }
-        return kExitOk;
+        return finishRequest(ctx, "sa-request", handle, *printer, a.callback, a.timeout);
     });
     sa->add_option("id", a.target, "SA id (an event id)")->required();
     sa->add_option("-d,--duration", a.duration, "duration in ms (0: until released)");
