@@ -1,0 +1,16 @@
+package vendor.norvo.hardware.vela;
+interface IVela {
+  void init();
+  int resCtlRequest(in vendor.norvo.hardware.vela.VelaRequestParcel request);
+  int resCtlRelease(int handle);
+  vendor.norvo.hardware.vela.VelaRequestData[] resStateRequest(in vendor.norvo.hardware.vela.VelaRequestParcel request);
+  int resListeningRegister(in vendor.norvo.hardware.vela.VelaRequestParcel request, vendor.norvo.hardware.vela.IVelaCallback callback);
+  int resListeningUnregister(int handle);
+  String propertyGet(String key);
+  int propertySet(String key, String value);
+  int thermalListeningRegister(in int[] ids, vendor.norvo.hardware.vela.IVelaCallback callback);
+  int thermalListeningUnregister(int handle);
+  int reserved();
+  int setRelatedSysInfo(int info, long value);
+  int ruleCtl(int ruleId, int status, in vendor.norvo.hardware.vela.VelaRequestData[] items);
+}

@@ -1,0 +1,4 @@
+package vendor.norvo.hardware.vela;
+interface IVelaCallback {
+  void onCallback(in vendor.norvo.hardware.vela.VelaRequestData[] items);
+}
