@@ -9,57 +9,39 @@
 
 using pax_wrapper::findActionId;
 
-namespace {
-
-int32_t idOf(const std::string& name) {
-    return findActionId("MIRDAL_" + name);
-}
-
-}  // namespace
-
-TEST(ActionTableTest, HoldsTheServiceIdsInOrder) {
+// The ids are the service's event numbers: a name out of place shifts every id after it.
+TEST(ActionTableTest, NamesResolveToTheServiceIds) {
     ASSERT_EQ(gActionList.size(), 199u);
-    for (const std::string& name : gActionList) {
+    // 91, 94 and 102 have unreachable copies at 106, 109 and 162, which still count for the
+    // ids after them.
+    const std::pair<const char*, int32_t> ids[] = {{"LAUNCH", 0},
+                                                   {"CAMERA_OPEN", 11},
+                                                   {"CAMERA_STIKER_RECORD", 78},
+                                                   {"CAMERA_MULTI_SCENE", 102},
+                                                   {"VIRTUAL_KEY", 105},
+                                                   {"CAMERA_PREVIEW_PORTAIT", 120},
+                                                   {"CAMERA_FRONT_NIGHT_CAPTURE", 163},
+                                                   {"CAMERA_APS_INNER_THDR_CAPTURE_L1", 198}};
+    for (auto [name, id] : ids) EXPECT_EQ(findActionId(std::string("MIRDAL_ACTION_") + name), id);
+    for (auto [copy, first] : {std::pair{106, 91}, {109, 94}, {162, 102}}) {
+        EXPECT_EQ(gActionList[copy], gActionList[first]);
+    }
+    // Every other name is reachable at its own id.
+    for (size_t id = 0; id < gActionList.size(); ++id) {
+        const std::string& name = gActionList[id];
         EXPECT_EQ(name.rfind("ACTION_", 0), 0u) << name;
         EXPECT_TRUE(std::none_of(name.begin(), name.end(), ::islower)) << name;
-    }
-    EXPECT_EQ(idOf("ACTION_LAUNCH"), 0);
-    EXPECT_EQ(idOf("ACTION_CAMERA_OPEN"), 11);
-    EXPECT_EQ(idOf("ACTION_CAMERA_STIKER_RECORD"), 78);
-    EXPECT_EQ(idOf("ACTION_CAMERA_PREVIEW_PORTAIT"), 120);
-    EXPECT_EQ(idOf("ACTION_CAMERA_STICKER_MODE"), 148);
-    EXPECT_EQ(idOf("ACTION_CAMERA_REAR_PORTRAIT_PREVIEW"), 171);
-    EXPECT_EQ(idOf("ACTION_CAMERA_APS_INNER_THDR_CAPTURE_L1"), 198);
-}
-
-TEST(ActionTableTest, RepeatedNamesResolveToTheirFirstIdAndKeepTheirPlaces) {
-    EXPECT_EQ(idOf("ACTION_CAMERA_APS_CAPTURE_L1"), 91);
-    EXPECT_EQ(idOf("ACTION_CAMERA_APS_CAPTURE_L4"), 94);
-    EXPECT_EQ(idOf("ACTION_CAMERA_MULTI_SCENE"), 102);
-    EXPECT_EQ(gActionList[106], gActionList[91]);
-    EXPECT_EQ(gActionList[109], gActionList[94]);
-    EXPECT_EQ(gActionList[162], gActionList[102]);
-    // The unreachable copies still count for the ids after them.
-    EXPECT_EQ(idOf("ACTION_VIRTUAL_KEY"), 105);
-    EXPECT_EQ(idOf("ACTION_ROTATION_LATENCY_BOOST"), 110);
-    EXPECT_EQ(idOf("ACTION_CAMERA_FRONT_NIGHT_CAPTURE"), 163);
-
-    // Apart from those, every name is reachable at its own id.
-    for (size_t id = 0; id < gActionList.size(); ++id) {
-        const auto first = std::find(gActionList.begin(), gActionList.end(), gActionList[id]);
-        EXPECT_EQ(idOf(gActionList[id]), first - gActionList.begin()) << gActionList[id];
+        const auto first = std::find(gActionList.begin(), gActionList.end(), name);
+        EXPECT_EQ(findActionId("MIRDAL_" + name), first - gActionList.begin()) << name;
     }
 }
 
 TEST(ActionTableTest, OnlyPrefixedExactNamesResolve) {
-    EXPECT_EQ(findActionId("ACTION_LAUNCH"), -1);
-    EXPECT_EQ(findActionId(""), -1);
-    EXPECT_EQ(findActionId("MIRDAL_"), -1);
-    EXPECT_EQ(findActionId("MIRDAL_ACTION_NOT_THERE"), -1);
-    EXPECT_EQ(findActionId("MIRDAL_ACTION_LAUNCH "), -1);
-    EXPECT_EQ(findActionId("MIRDAL_action_launch"), -1);
-    EXPECT_EQ(findActionId("mirdal_ACTION_LAUNCH"), -1);
     // The prefix is found anywhere but cut from the front: one character before it leaves
     // "_ACTION_LAUNCH", which is not a name.
-    EXPECT_EQ(findActionId("XMIRDAL_ACTION_LAUNCH"), -1);
+    for (const char* name :
+         {"ACTION_LAUNCH", "", "MIRDAL_", "MIRDAL_ACTION_NOT_THERE", "MIRDAL_ACTION_LAUNCH ",
+          "MIRDAL_action_launch", "mirdal_ACTION_LAUNCH", "XMIRDAL_ACTION_LAUNCH"}) {
+        EXPECT_EQ(findActionId(name), -1) << name;
+    }
 }
