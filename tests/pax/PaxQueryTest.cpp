@@ -30,7 +30,7 @@ TEST_F(PaxQuery, HistoryJoinsRecordsWithNoneForMissingOnes) {
     fake->enqueue("resStateRequest", records({std::nullopt}));
     EXPECT_EQ(PaxGetHistory(out), 0);
     EXPECT_EQ(out, "start:none;end");
-    EXPECT_EQ(fake->lastParcel().requestType, 11);
+    EXPECT_EQ(describe(fake->lastParcel()), "11 0 0 0 0 |");
 
     fake->enqueue("resStateRequest", records({"a", std::nullopt, ""}));
     EXPECT_EQ(PaxGetHistory(out), 0);
@@ -56,10 +56,8 @@ TEST_F(PaxQuery, StateRequestFillsMatchedResourcesFromTheFirstAnswer) {
                       {0xA, "1"}, {0xB, "keep"}, {0xA, "1"}, {0x80000010u, "hi"}, {0xD, "stays"}}));
     EXPECT_EQ(log.count(kTag, ANDROID_LOG_INFO, "not match any opcode in paxcore"), 1u);
     EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "get resource value, opcode 0x80000010, value hi"));
-    VelaRequestParcel parcel = fake->lastParcel();
-    EXPECT_EQ(parcel.requestType, 0);
-    EXPECT_EQ(itemTexts(parcel.requestDatas),
-              (Texts{"10/0/~", "11/0/keep", "10/0/old", "-2147483632/0/", "13/0/stays"}));
+    EXPECT_EQ(describe(fake->lastParcel()),
+              "0 0 0 0 0 | 10/0/~ 11/0/keep 10/0/old -2147483632/0/ 13/0/stays");
 
     Resources empty;
     EXPECT_EQ(PaxMutiResStateRequest(empty), -1);
@@ -70,35 +68,30 @@ TEST_F(PaxQuery, StateRequestFillsMatchedResourcesFromTheFirstAnswer) {
     EXPECT_EQ(fake->callCount("resStateRequest"), 2u);
 }
 
+// The power opcode is answered by the power query, any other by the state request, which
+// writes only an answered value.
 TEST_F(PaxQuery, SingleStateRequestWritesOnlyAnAnsweredValue) {
     std::string out = "before";
     fake->enqueue("resStateRequest", values({{0x55, "12"}}));
     PaxResStateRequest(0x77, out);
     EXPECT_EQ(out, "before");
-    EXPECT_EQ(itemTexts(fake->lastParcel().requestDatas), (Texts{"119/0/"}));
-
+    EXPECT_EQ(describe(fake->lastParcel()), "0 0 0 0 0 | 119/0/");
     fake->enqueue("resStateRequest", values({{0x55, std::string("12\0 34", 6)}}));
     PaxResStateRequest(0x55, out);
     EXPECT_EQ(out, "12");
-}
 
-TEST_F(PaxQuery, PowerOpcodeIsAnsweredByThePowerQuery) {
+    fake->clearCalls();
     fake->enqueue("resStateRequest", values({{kPowerOpcode, " 123 mW"}}));
-    std::string out;
     PaxResStateRequest(kPowerOpcode, out);
     EXPECT_EQ(out, "123");
     ASSERT_EQ(fake->callCount("resStateRequest"), 1u);
-    VelaRequestParcel parcel = fake->lastParcel();
-    EXPECT_EQ(parcel.requestType, 15);
-    EXPECT_EQ(parcel.packageName, "none");
-    const std::string item = std::to_string(kPowerOpcode) + "/0/";
-    EXPECT_EQ(itemTexts(parcel.requestDatas),
-              (Texts{item + "0 1 35", item + "1 1 35", item + "2 1 35"}));
+    EXPECT_EQ(describe(fake->lastParcel()),
+              "15 0 0 0 0 pkg:none | 16848496/0/0 1 35 16848496/0/1 1 35 16848496/0/2 1 35");
 }
 
 // Unusable power answers reach the caller as the standard conversion errors; a failed status
 // counts only as a missing answer and keeps the connection.
-TEST_F(PaxQuery, PowerQueryRaisesConversionErrors) {
+TEST_F(PaxQuery, PowerQueriesRaiseOrPrintConversionErrors) {
     fake->enqueue("resStateRequest", values({{1, "watts"}}));
     EXPECT_THROW(PaxGetPowerConsis(), std::invalid_argument);
     fake->enqueue("resStateRequest", values({{1, "99999999999"}}));
@@ -110,13 +103,12 @@ TEST_F(PaxQuery, PowerQueryRaisesConversionErrors) {
     EXPECT_TRUE(paxConnected());
     fake->enqueue("resStateRequest", values({{1, "-8"}}));
     EXPECT_EQ(PaxGetPowerConsis(), -8);
-}
 
-TEST_F(PaxQuery, PowerModeStatusCatchesConversionErrorsOnStandardOutput) {
+    // The power-mode status catches them, printing them on standard output, but not the
+    // missing value.
     fake->enqueue("resStateRequest", values({{2, "3"}, {2, "4"}}));
     EXPECT_EQ(PaxGetPMStatus(2), 3);
-    EXPECT_EQ(fake->lastParcel().requestType, 13);
-    EXPECT_EQ(itemTexts(fake->lastParcel().requestDatas), (Texts{"2/0/~"}));
+    EXPECT_EQ(describe(fake->lastParcel()), "13 0 0 0 0 | 2/0/~");
 
     const std::pair<const char*, const char*> bad[] = {
             {"on", "Invalid argument exception: "}, {"-99999999999", "Out of range exception: "}};
@@ -143,8 +135,7 @@ TEST_F(PaxQuery, DatasetIsAppendedToWhatTheCallerHas) {
     Resources out{{1, "pre"}};
     EXPECT_EQ(Pax_fetch_dataset(out), 3);
     EXPECT_EQ(out, (Resources{{1, "pre"}, {5, "a"}, {0x80000006u, ""}}));
-    EXPECT_EQ(fake->lastParcel().requestType, 16);
-    EXPECT_TRUE(fake->lastParcel().requestDatas.empty());
+    EXPECT_EQ(describe(fake->lastParcel()), "16 0 0 0 0 |");
 
     fake->enqueue("resStateRequest", values({}));
     EXPECT_EQ(Pax_fetch_dataset(out), -1);
