@@ -1,22 +1,27 @@
-// One-shot request callbacks: delivery in the caller's form, on a binder thread, with no
-// library lock held, and removal from request_callbacks.
+// One-shot request callbacks (delivery in the caller's form, on a binder thread, with no
+// library lock held, and removal from request_callbacks), and listeners by opcode, thermal
+// subsystem and path.
 #include <hostbinder/hostbinder.h>
 
 #include <atomic>
 
 #include "HalclientFixture.h"
 #include "VelaCallbackClient.h"
+#include "listening_registry.h"
 
 namespace halclienttest {
 namespace {
 
-using namespace velaHalclient;
-using paxtest::Answer;
-using paxtest::makeItem;
+constexpr char kDuplicate[] = "Same callback interface registered already";
 
 size_t pendingRequests() {
     std::lock_guard<std::mutex> lock(request_callback_mutex);
     return request_callbacks.size();
+}
+
+size_t groups() {
+    std::lock_guard<std::mutex> lock(listening_callback_mutex);
+    return listening_callbacks.size();
 }
 
 bool callbackLine(const paxtest::LogCapture& log, const std::string& text,
@@ -48,10 +53,7 @@ TEST_F(HalclientTest, OneShotCallbackIsDeliveredAndLeavesTheRegistry) {
     for (const char* line :
          {"VelaCallbackClient::onCallback res_Id 0x10 res_Value v is_register 0",
           "VelaCallbackClient::onCallback res_Id 0x80000020 is_register 0",
-          "VelaCallback::onCallback call IClientCallback onCallback is_register 0",
-          "callback is found in request_callbacks",
-          "VelaCallback::onCallback request callback called , remove from request_callbacks , "
-          "request_callbacks size before 2 after 1"}) {
+          "VelaCallback::onCallback call IClientCallback onCallback is_register 0"}) {
         EXPECT_TRUE(callbackLine(log, line)) << line << log.dump();
     }
     EXPECT_EQ(log.count("BnVelaCallback::logFunc NDK BACKEND method_name onCallback exception_code "
@@ -63,9 +65,7 @@ TEST_F(HalclientTest, OneShotCallbackIsDeliveredAndLeavesTheRegistry) {
     ASSERT_TRUE(fake->fireCallback(0, {makeItem(0x10, 0, "w")}).isOk());
     EXPECT_EQ(receiver->got().size(), 2u);
     EXPECT_TRUE(callbackLine(log, "callback not found in request_callbacks", ANDROID_LOG_ERROR));
-    EXPECT_TRUE(callbackLine(log,
-                             "VelaCallback::onCallback request callback called , remove from "
-                             "request_callbacks , request_callbacks size before 1 after 1"));
+    EXPECT_EQ(pendingRequests(), 1u);
 }
 
 // The answer may come while the request is still in flight; a receiver that throws is
@@ -82,13 +82,12 @@ TEST_F(HalclientTest, AnswerDuringTheRequestReachesEvenAThrowingReceiver) {
 // Missing texts arrive as empty strings so that values and paths stay index for index; only
 // items with both texts are logged.
 TEST_F(HalclientTest, PathCallbackKeepsValuesAndPathsAligned) {
-    EXPECT_GT(vela_resctl_request_with_callback_by_path(1, 2, {"a"}, {"1"}, 3, 4, 5, byPath), 0);
+    EXPECT_GT(vela_resctl_request_with_callback_by_path(1, 2, {"a"}, {"1"}, 3, 4, 5, receiver), 0);
     EXPECT_TRUE(info("vela client vela_resctl_request_with_callback add to request_callbacks"));
     ASSERT_TRUE(fake->fireCallback(0, {makeItem(0, 0, "1", "a"), makeItem(0, 0, {}, "b"),
                                        makeItem(0, 0, "3")})
                         .isOk());
-    using Strings = std::vector<std::string>;
-    EXPECT_EQ(byPath->got(), std::make_pair(Strings{"1", "", "3"}, Strings{"a", "b", ""}));
+    EXPECT_EQ(receiver->gotByPath(), std::make_pair(Strings{"1", "", "3"}, Strings{"a", "b", ""}));
     EXPECT_EQ(log.linesContaining("VelaCallbackClient::onCallback res_Id").size(), 1u);
     EXPECT_TRUE(
             callbackLine(log, "VelaCallbackClient::onCallback res_Id a res_Value 1 is_register 0"));
@@ -96,8 +95,9 @@ TEST_F(HalclientTest, PathCallbackKeepsValuesAndPathsAligned) {
 }
 
 TEST_F(HalclientTest, ClientEnteredTwiceIsRemovedTwice) {
-    auto client = ndk::SharedRefBase::make<VelaCallbackClient>(receiver, false, false);
-    auto other = ndk::SharedRefBase::make<VelaCallbackClient>(receiver, false, false);
+    const std::shared_ptr<IClientCallback> caller = receiver;
+    auto client = ndk::SharedRefBase::make<VelaCallbackClient>(caller, false, false);
+    auto other = ndk::SharedRefBase::make<VelaCallbackClient>(caller, false, false);
     {
         std::lock_guard<std::mutex> lock(request_callback_mutex);
         request_callbacks = {client, other, client};
@@ -110,14 +110,82 @@ TEST_F(HalclientTest, ClientEnteredTwiceIsRemovedTwice) {
     EXPECT_TRUE(callbackLine(log,
                              "VelaCallback::onCallback request callback called , remove from "
                              "request_callbacks , request_callbacks size before 3 after 1"));
-    {
-        std::lock_guard<std::mutex> lock(request_callback_mutex);
-        EXPECT_EQ(request_callbacks, (std::vector<std::shared_ptr<VelaCallbackClient>>{other}));
-        request_callbacks.clear();
+    std::lock_guard<std::mutex> lock(request_callback_mutex);
+    EXPECT_EQ(request_callbacks, (std::vector<std::shared_ptr<VelaCallbackClient>>{other}));
+    request_callbacks.clear();
+}
+
+TEST_F(HalclientTest, SameIdListIsRegisteredOnlyOnceInTheSameOrder) {
+    ResourceList oneTwo{{1, "a"}, {2, "b"}};
+    ResourceList twoOne{{2, "b"}, {1, "a"}};
+    ResourceList empty;
+    EXPECT_GT(velaResListeningRegister(oneTwo, 0, receiver), 0);
+    EXPECT_TRUE(info("A callback has been registered to Vela HAL "));
+    EXPECT_EQ(velaResListeningRegister(oneTwo, 0, std::make_shared<Receiver>()), -1);
+    EXPECT_TRUE(error(kDuplicate));
+    EXPECT_GT(velaResListeningRegister(twoOne, 0, receiver), 0);
+    EXPECT_GT(velaResListeningRegister(empty, 0, receiver), 0);
+    EXPECT_EQ(velaResListeningRegister(empty, 0, receiver), -1);
+    EXPECT_EQ(fake->callCount("resListeningRegister"), 3u);
+
+    // A listener hears every change and never touches the one-shot registry.
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(fake->fireCallback(0, {makeItem(1, 0, "c")}).isOk());
     }
-    client.reset();
-    other.reset();
-    EXPECT_EQ(log.count(kCallbackTag, ANDROID_LOG_INFO, "ndk backend ~VelaCallbackClient"), 2u);
+    EXPECT_EQ(receiver->got().size(), 2u);
+    EXPECT_EQ(log.count(kCallbackTag, ANDROID_LOG_INFO,
+                        "VelaCallbackClient::onCallback res_Id 0x1 res_Value c is_register 1"),
+              2u);
+    EXPECT_TRUE(log.linesContaining("request_callbacks").empty());
+}
+
+TEST_F(HalclientTest, UnregisterRemovesEveryGroupWithTheHandle) {
+    ResourceList first{{1, "a"}};
+    ResourceList second{{2, "b"}};
+    fake->setDefault("resListeningRegister", Answer::ok(7));
+    ASSERT_EQ(velaResListeningRegister(first, 0, receiver), 7);
+    ASSERT_EQ(velaResListeningRegister(second, 0, receiver), 7);
+    fake->enqueue("thermalListeningRegister", Answer::ok(11));
+    ASSERT_EQ(velaThermalListeningRegister({3}, receiver), 11);
+    EXPECT_EQ(fake->lastCall("thermalListeningRegister").ids, std::vector<int32_t>{3});
+    EXPECT_TRUE(info("subsys's callback has been registered to Vela HAL"));
+
+    fake->enqueue("resListeningUnregister", Answer::ok(4));
+    EXPECT_EQ(velaResListeningUnRegister(7), 4);
+    EXPECT_EQ(log.count(kTag, ANDROID_LOG_INFO,
+                        "a callback has been unregistered to Vela HAL handle 7"),
+              2u);
+    EXPECT_EQ(groups(), 1u);
+    EXPECT_EQ(velaResListeningUnRegister(7), 0);
+    EXPECT_TRUE(error("The callback was not registered before"));
+
+    // Thermal unregistration tells the service only; the group goes with a resource
+    // unregistration of its handle, even one whose call fails.
+    EXPECT_EQ(velaThermalListeningUnregister(11), 0);
+    EXPECT_TRUE(info("subsys's callback has been unRegistered to Vela HAL"));
+    EXPECT_EQ(groups(), 1u);
+    fake->enqueue("resListeningUnregister", Answer::transactionError(STATUS_DEAD_OBJECT));
+    EXPECT_EQ(velaResListeningUnRegister(11), -1);
+    EXPECT_EQ(groups(), 0u);
+}
+
+TEST_F(HalclientTest, PathListenersAreKeyedByTheirPathsInOrder) {
+    EXPECT_GT(vela_res_listening_register_by_path({"b", "a"}, 0, receiver), 0);
+    EXPECT_GT(vela_res_listening_register_by_path({"a", "b"}, 0, receiver), 0);
+    EXPECT_EQ(vela_res_listening_register_by_path({"a", "b"}, 0, receiver), -1);
+    EXPECT_GT(vela_res_listening_register_by_path({"c"}, 0, receiver), 0);
+    // The map registers its keys; its values do not tell listeners apart.
+    EXPECT_EQ(vela_res_listening_register_map_by_path({{"c", "1"}}, 0, receiver), -1);
+    EXPECT_EQ(log.count(kTag, ANDROID_LOG_ERROR, kDuplicate), 2u);
+    EXPECT_EQ(fake->callCount("resListeningRegister"), 3u);
+
+    // Opcode listeners have no paths, so an empty path list collides with any of them.
+    ResourceList ids{{9, "x"}};
+    EXPECT_GT(velaResListeningRegister(ids, 0, receiver), 0);
+    EXPECT_EQ(vela_res_listening_register_by_path({}, 0, receiver), -1);
+
+    ASSERT_TRUE(fake->fireCallback(0, {makeItem(0, 0, "5", "b")}).isOk());
+    EXPECT_EQ(receiver->gotByPath().first, Strings{"5"});
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // What the velaHalclient tests share: a fake service served in-process, captured log lines,
-// and receivers that record what the library hands them.
+// and a receiver that records what the library hands it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <list>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FakeVela.h"
@@ -18,55 +19,52 @@
 
 namespace halclienttest {
 
+using namespace velaHalclient;
 using PaxClient::Resource;
-using velaHalclient::ResourceList;
+using paxtest::Answer;
+using paxtest::makeItem;
+using Strings = std::vector<std::string>;
 
 inline constexpr char kTag[] = "VELAFramework-lib-vendor";
 inline constexpr char kCallbackTag[] = "VelaFramework-lib-vendor";
 
-struct Receiver : velaHalclient::IClientCallback {
+// Takes deliveries in both forms: every list by opcode, and the last one by path.
+struct Receiver : IClientCallback, IClientCallbackByPath {
     void onCallback(std::list<Resource>& resources) override {
         std::function<void()> hook;
         {
             std::lock_guard<std::mutex> lock(mutex);
-            received.push_back(resources);
+            lists.push_back(resources);
             hook = whileCalled;
         }
-        if (hook) hook();
+        if (hook) hook();  // on the delivering thread, after the delivery was recorded
+    }
+    void onCallback(Strings values, Strings paths) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        byPath = {std::move(values), std::move(paths)};
     }
     std::vector<std::list<Resource>> got() {
         std::lock_guard<std::mutex> lock(mutex);
-        return received;
+        return lists;
     }
-    // Runs on the delivering thread, after the delivery was recorded.
+    std::pair<Strings, Strings> gotByPath() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return byPath;
+    }
     void setWhileCalled(std::function<void()> hook) {
         std::lock_guard<std::mutex> lock(mutex);
         whileCalled = std::move(hook);
     }
-    std::mutex mutex;
-    std::vector<std::list<Resource>> received;
-    std::function<void()> whileCalled;
-};
 
-struct PathReceiver : velaHalclient::IClientCallbackByPath {
-    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        received = {std::move(values), std::move(paths)};
-    }
-    std::pair<std::vector<std::string>, std::vector<std::string>> got() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return received;
-    }
     std::mutex mutex;
-    std::pair<std::vector<std::string>, std::vector<std::string>> received;
+    std::vector<std::list<Resource>> lists;
+    std::pair<Strings, Strings> byPath;
+    std::function<void()> whileCalled;
 };
 
 class HalclientTest : public testing::Test {
 protected:
-    void SetUp() override {
-        fake = service.startFake();
-        ASSERT_NE(fake, nullptr);
-    }
+    void SetUp() override { ASSERT_NE(fake = service.startFake(), nullptr); }
     void TearDown() override {
         // On the host, the fake's proxies of our callbacks keep the stopped connection alive,
         // and the connection keeps the fake: let go of them so that nothing is left at exit.
@@ -85,7 +83,6 @@ protected:
     paxtest::ServiceHarness service;
     std::shared_ptr<paxtest::FakeVela> fake;
     std::shared_ptr<Receiver> receiver = std::make_shared<Receiver>();
-    std::shared_ptr<PathReceiver> byPath = std::make_shared<PathReceiver>();
 };
 
 }  // namespace halclienttest

@@ -1,4 +1,5 @@
-// What each request puts on the wire, read back at the service after a real transaction.
+// What each request puts on the wire, read back at the service after a real transaction; what
+// is refused before anything is sent; and what the answers give the caller.
 #include <map>
 #include <sstream>
 
@@ -6,10 +7,6 @@
 
 namespace halclienttest {
 namespace {
-
-using namespace velaHalclient;
-using paxtest::Answer;
-using paxtest::makeItem;
 
 // "requestType param1 param2 param4 param6", the optional parts that are present, then one
 // "| id =value @path" per item (id in hex); anything unexpected shows up as an extra word.
@@ -36,12 +33,12 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
     // The second opcode has its top bit set: it must arrive as the same 32 bits.
     ResourceList list{{0x010108a0, "1"}, {0x80000001u, "2"}};
     ResourceList none;
-    const std::vector<std::string> ab{"a", "b"}, v12{"1", "2"}, v1{"1"};
+    const Strings ab{"a", "b"}, v12{"1", "2"}, v1{"1"};
     const std::map<std::string, std::string> map{{"b", "2"}, {"a", "1"}},
             xy{{"y", "1"}, {"x", "2"}};
     const std::string items = " | 10108a0 =1 | 80000001 =2";
     const std::string pathItems = " marker:zdbdebug | 0 =1 @a | 0 =2 @b";
-    std::vector<std::string> out;
+    Strings out;
     std::map<std::string, std::string> outMap;
     const std::vector<std::pair<std::string, std::function<void()>>> cases = {
             {"1 -1 5 -1 9" + items, [&] { velaResCtlRequest(5, list, 9); }},
@@ -62,16 +59,16 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
             {"1 3 -2 4 9 flag" + pathItems,
              [&] { vela_resctl_request_by_path(3, -2, ab, v12, 4, 1, 9); }},
             {"1 3 5 4 9 callback" + pathItems,
-             [&] { vela_resctl_request_with_callback_by_path(3, 5, ab, v12, 4, 0, 9, byPath); }},
+             [&] { vela_resctl_request_with_callback_by_path(3, 5, ab, v12, 4, 0, 9, receiver); }},
             {"0 0 0 0 9" + pathItems, [&] { vela_res_state_request_by_path(ab, v12, 9, out); }},
             // Values go along only when there is one per path.
             {"0 0 0 0 9 marker:zdbdebug | 0 @a | 0 @b",
              [&] { vela_res_state_request_by_path(ab, v1, 9, out); }},
             {"0 0 0 0 9" + pathItems, [&] { vela_res_state_request_map_by_path(map, 9, outMap); }},
             {"0 0 0 0 9 marker:zdbdebug | 0 @a | 0 @b",
-             [&] { vela_res_listening_register_by_path(ab, 9, byPath); }},
+             [&] { vela_res_listening_register_by_path(ab, 9, receiver); }},
             {"0 0 0 0 9 marker:zdbdebug | 0 =2 @x | 0 =1 @y",
-             [&] { vela_res_listening_register_map_by_path(xy, 9, byPath); }},
+             [&] { vela_res_listening_register_map_by_path(xy, 9, receiver); }},
             // The service knows the diagnostic commands by their codes; 9 is unused.
             {"5 0 0 1 0 | 0", velaDumpToDoQueue},
             {"5 0 0 1 0 | 1", velaDumpRunMap},
@@ -93,35 +90,64 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
     }
 }
 
-// An entry with an opcode needs a value and an empty slot (id 0) must have none; a list that
-// breaks this is refused before anything is sent, each function with its own line.
+// An entry with an opcode needs a value, an empty slot (id 0) must have none, and paths and
+// values go in pairs: a request that breaks this is refused before anything is sent, each
+// function with its own line.
 TEST_F(HalclientTest, InconsistentListsAreRefused) {
     ResourceList emptyValue{{0x100, "1"}, {0x200, ""}};
     ResourceList slotWithValue{{0, "1"}};
     ResourceList missingValue{{0x300, std::nullopt}};
     EXPECT_EQ(velaResCtlRequest(1, emptyValue, 0), -1);
     EXPECT_TRUE(error("velaResCtlRequest ERROR: size unmatched for id and value "));
-    EXPECT_EQ(velaResCtlRequest(1, 2, slotWithValue, 3, 4, 5, receiver), -1);
-    EXPECT_TRUE(error("vela client vela_resctl_request ERROR: size unmatched for id and value "));
     EXPECT_EQ(velaThermalNotify(missingValue, 0), -1);
     EXPECT_TRUE(error("velaThermalNotify ERROR: size unmatched for id and level "));
+    EXPECT_EQ(vela_resctl_request_by_path(1, 2, {"a", "b"}, {"1"}, 3, 4, 5), -1);
+    EXPECT_TRUE(error("vela_resctl_request ERROR: size unmatched for paths and value "));
+    // The two requests with a callback share their line.
+    EXPECT_EQ(velaResCtlRequest(1, 2, slotWithValue, 3, 4, 5, receiver), -1);
+    EXPECT_EQ(vela_resctl_request_with_callback_by_path(1, 2, {"a"}, {}, 3, 4, 5, receiver), -1);
+    EXPECT_EQ(log.count(kTag, ANDROID_LOG_ERROR,
+                        "vela client vela_resctl_request ERROR: size unmatched for id and value "),
+              2u);
     EXPECT_EQ(fake->callCount(), 0u);
 
     ResourceList slot{{0, std::nullopt}};
     EXPECT_GT(velaResCtlRequest(1, slot, 0), 0);
     EXPECT_EQ(describe(fake->lastParcel()), "1 -1 1 -1 0 | 0");
+    fake->enqueue("resCtlRequest", Answer::ok(17));
+    EXPECT_EQ(vela_resctl_request_by_path(1, 2, {}, {}, 3, 4, 5), 17);
 }
 
-TEST_F(HalclientTest, StateReplyIsAppendedAndAnEmptyReplyChangesNothing) {
+// Answers are appended to what the caller has; an empty answer fails and adds nothing.
+TEST_F(HalclientTest, StateAnswersAreAppended) {
     ResourceList request{{0x10, std::nullopt}};
     ResourceList reply{{0x1, "old"}};
-    fake->enqueue("resStateRequest", Answer::items({}));
+    Strings out{"x", "y"};
+    std::map<std::string, std::string> outMap{{"a", "old"}, {"z", "0"}};
+    fake->setDefault("resStateRequest", Answer::items({}));
     EXPECT_EQ(velaResStateRequest(request, 0, reply), -1);
+    EXPECT_EQ(vela_res_state_request_by_path({"a"}, {}, 0, out), -1);
+    EXPECT_EQ(vela_res_state_request_map_by_path({{"a", ""}}, 0, outMap), -1);
+
     fake->enqueue("resStateRequest",
                   Answer::items({makeItem(0x10, 0, "5"), makeItem(int32_t(0x80000002))}));
     EXPECT_EQ(velaResStateRequest(request, 0, reply), 3);
     EXPECT_EQ(reply, (ResourceList{{0x1, "old"}, {0x10, "5"}, {0x80000002u, std::nullopt}}));
     EXPECT_TRUE(info("vela client velaResStateRequest size 3"));
+
+    // The list form takes every item's value (empty when absent); the map form only items
+    // with both a path and a value.
+    fake->setDefault("resStateRequest",
+                     Answer::items({makeItem(0, 0, "1", "a"), makeItem(0, 0, {}, "b"),
+                                    makeItem(0, 0, "3"), makeItem(0, 0, "4", "d")}));
+    EXPECT_EQ(vela_res_state_request_by_path({"a", "b", "c", "d"}, {}, 0, out), 6);
+    EXPECT_EQ(out, (Strings{"x", "y", "1", "", "3", "4"}));
+    EXPECT_TRUE(info("vela client vela_res_state_request size 6"));
+    EXPECT_EQ(vela_res_state_request_map_by_path({{"a", ""}}, 0, outMap), 3);
+    EXPECT_EQ(outMap, (std::map<std::string, std::string>{{"a", "1"}, {"d", "4"}, {"z", "0"}}));
+    EXPECT_TRUE(error("res_Path: a, res_Value:1"));
+    EXPECT_EQ(log.linesContaining("res_Path").size(), 2u);
+    EXPECT_TRUE(info("vela client vela_res_state_request_map size 3"));
 }
 
 TEST_F(HalclientTest, ThermalNotifyAndCommandsSucceedOnlyOnAPositiveAnswer) {
@@ -132,6 +158,34 @@ TEST_F(HalclientTest, ThermalNotifyAndCommandsSucceedOnlyOnAPositiveAnswer) {
         fake->enqueue("resCtlRequest", Answer::ok(answer));
         EXPECT_EQ(velaHistoryRequestRecordOn(), expected) << answer;
     }
+}
+
+TEST_F(HalclientTest, PropertiesTravelBothWays) {
+    const std::string longest(255, 'p');
+    fake->enqueue("propertyGet", Answer::property(longest));
+    std::unique_ptr<char[]> value(velaPropertyGet("vendor.key"));
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(value.get(), longest);
+    EXPECT_EQ(fake->lastCall("propertyGet").key, "vendor.key");
+    EXPECT_TRUE(info("velaPropertyGet " + longest + " "));
+
+    fake->enqueue("propertySet", Answer::ok(6));
+    EXPECT_EQ(velaPropertySet("vendor.key", "v"), 6);
+    EXPECT_EQ(fake->lastCall("propertySet").value, "v");
+}
+
+// An answer that does not fit the caller's buffer stops the process rather than being cut.
+// Everything happens in the statement, so that the child that dies starts its own service.
+TEST(HalclientPropertyDeathTest, AnswerOf256CharactersAborts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+            {
+                paxtest::ServiceHarness service;
+                auto fake = service.startFake();
+                fake->setDefault("propertyGet", Answer::property(std::string(256, 'p')));
+                delete[] velaPropertyGet("vendor.key");
+            },
+            "answer of 256 characters does not fit");
 }
 
 }  // namespace
