@@ -30,9 +30,8 @@ constexpr uint32_t kLittleLoad = 0x010108a0;    // 80
 constexpr uint32_t kColocation = 0x01011040;    // 0
 constexpr uint32_t kGameProfile = 0x010115b0;   // none
 
-class Recorder : public velaHalclient::IClientCallback,
-                 public velaHalclient::IClientCallbackByPath {
-public:
+// Keeps the last delivery of either form; `heard` counts them all.
+struct Recorder : velaHalclient::IClientCallback, velaHalclient::IClientCallbackByPath {
     struct Call {
         std::vector<uint32_t> ids;
         std::vector<std::string> values;  // "" for an absent value
@@ -49,24 +48,19 @@ public:
     void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
         add(Call{{}, std::move(values), std::move(paths)});
     }
-    std::vector<Call> calls() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mCalls;
-    }
-    Call last() const { return calls().back(); }
-
-    paxtest::Counter heard;
-
-private:
     void add(Call call) {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mCalls.push_back(std::move(call));
-        }
+        std::lock_guard<std::mutex> lock(mutex);
+        lastCall = std::move(call);
         heard.increment();
     }
-    mutable std::mutex mMutex;
-    std::vector<Call> mCalls;
+    Call last() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return lastCall;
+    }
+
+    std::mutex mutex;
+    Call lastCall;
+    paxtest::Counter heard;
 };
 
 // Kills the service with both client links connected and returns once the client has seen it
