@@ -6,21 +6,17 @@
 namespace aidl::vendor::norvo::hardware::vela::impl {
 namespace {
 
-TEST(ScenarioConfigTest, ShippedConfigurationLoads) {
+// The service and velactl tests run on the shipped file; this checks what they do not.
+TEST(ScenarioConfigTest, ShippedConfigurationDescribesEveryResourceItUses) {
     std::string error;
     auto config = ScenarioConfig::parse(ScenarioConfig::builtInText(), &error);
     ASSERT_TRUE(config.has_value()) << error;
-    const Scenario* launch = config->scenarioFor(0);
-    ASSERT_NE(launch, nullptr);
-    EXPECT_EQ(launch->action, "ACTION_LAUNCH");
-    EXPECT_FALSE(launch->resources.empty());
     // Every resource a scenario claims is described, so that dumps and tools can name it.
     for (const auto& [event, scenario] : config->scenarios()) {
         for (const auto& [key, value] : scenario.resources) {
             EXPECT_NE(config->infoFor(key), nullptr) << scenario.action << " " << key.toString();
         }
     }
-    EXPECT_EQ(config->opcodeNamed("sched.little.target_load"), 0x010108a0u);
 }
 
 TEST(ScenarioConfigTest, BrokenConfigurationsAreRefusedWithAReason) {

@@ -1,12 +1,16 @@
 // The reference service driven directly through its IVela methods (no second process):
-// scenarios, fall-back, expiry, listeners, rules, history, queries and refusals.
+// scenarios, fall-back, expiry, listeners, rules, history, queries and refusals. The same
+// service behind the client layers is covered by the end-to-end tests; these check the
+// details those cannot see.
 #include <aidl/vendor/norvo/hardware/vela/BnVelaCallback.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "LogCapture.h"
@@ -16,13 +20,12 @@
 namespace aidl::vendor::norvo::hardware::vela::impl {
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr uint32_t kLittleFloor = 0x01010010;  // cpu.little.freq_min, default 300000
 constexpr uint32_t kLittleLoad = 0x010108a0;   // sched.little.target_load, default 80
 constexpr uint32_t kBigFloor = 0x01010020;     // cpu.big.freq_min, default 710400
 constexpr char kUclamp[] = "/dev/cpuctl/top-app/cpu.uclamp.min";  // default 0
 constexpr int32_t kLaunch = 0;                                    // ACTION_LAUNCH
+const ResourceKey kUclampKey = ResourceKey::ofPath(kUclamp);
 
 VelaRequestData item(int32_t id, std::optional<std::string> value = {},
                      std::optional<std::string> path = {}) {
@@ -41,43 +44,46 @@ VelaRequestParcel parcel(int32_t kind, std::vector<VelaRequestData> items, int64
     return request;
 }
 
+// Each delivery as its items "id:value" (path items "path:value"), sorted. The service must
+// call back from a thread of its own: a delivery on the test's thread is marked as such.
 class RecordingCallback : public BnVelaCallback {
 public:
-    struct Call {
-        std::vector<VelaRequestData> items;
-        std::thread::id thread;
-    };
     ::ndk::ScopedAStatus onCallback(const std::vector<VelaRequestData>& items) override {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mCalls.push_back({items, std::this_thread::get_id()});
+        std::set<std::string> parts;
+        for (const auto& i : items) {
+            parts.insert((i.id != 0 ? std::to_string(i.id) : i.value2.value_or("?")) + ":" +
+                         i.value.value_or("<null>"));
         }
-        fired.increment();
+        std::string text;
+        for (const auto& part : parts) text += (text.empty() ? "" : " ") + part;
+        if (std::this_thread::get_id() == mTestThread) text += " (on the test's thread)";
+        std::lock_guard<std::mutex> lock(mMutex);
+        mCalls.push_back(text);
         return ::ndk::ScopedAStatus::ok();
     }
-    std::vector<Call> calls() const {
+    std::vector<std::string> calls() const {
         std::lock_guard<std::mutex> lock(mMutex);
         return mCalls;
     }
-    Call last() const { return calls().back(); }
-
-    paxtest::Counter fired;
 
 private:
     mutable std::mutex mMutex;
-    std::vector<Call> mCalls;
+    std::vector<std::string> mCalls;
+    const std::thread::id mTestThread = std::this_thread::get_id();
 };
+
+using Texts = std::vector<std::string>;
 
 class VelaServiceTest : public ::testing::Test {
 protected:
-    void SetUp() override { service = ::ndk::SharedRefBase::make<VelaService>(); }
-
+    int32_t submit(const VelaRequestParcel& request) {
+        int32_t out = -1;
+        EXPECT_TRUE(service->resCtlRequest(request, &out).isOk());
+        return out;
+    }
     int32_t control(std::vector<VelaRequestData> items, int64_t durationMs = 0,
                     int32_t kind = kKindControl) {
-        int32_t out = -1;
-        EXPECT_TRUE(
-                service->resCtlRequest(parcel(kind, std::move(items), durationMs), &out).isOk());
-        return out;
+        return submit(parcel(kind, std::move(items), durationMs));
     }
     int32_t event(int32_t id, int64_t durationMs = 0, std::vector<VelaRequestData> extra = {}) {
         extra.insert(extra.begin(), item(id));
@@ -86,6 +92,11 @@ protected:
     int32_t release(int32_t handle) {
         int32_t out = -1;
         EXPECT_TRUE(service->resCtlRelease(handle, &out).isOk());
+        return out;
+    }
+    int32_t rule(int32_t id, int32_t status, const std::vector<VelaRequestData>& items = {}) {
+        int32_t out = -1;
+        EXPECT_TRUE(service->ruleCtl(id, status, items, &out).isOk());
         return out;
     }
     int32_t diagnostic(int32_t code) { return control({item(code)}, 0, kKindDiagnostic); }
@@ -97,218 +108,136 @@ protected:
         EXPECT_TRUE(service->resStateRequest(parcel(kind, std::move(items)), &out).isOk());
         return out;
     }
-    std::shared_ptr<RecordingCallback> listen(std::vector<VelaRequestData> items,
-                                              int32_t* handle = nullptr) {
-        auto callback = ::ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t setProperty(const std::string& key, const std::string& text) {
         int32_t out = -1;
-        EXPECT_TRUE(
-                service->resListeningRegister(parcel(0, std::move(items)), callback, &out).isOk());
-        EXPECT_GE(out, 1);
-        if (handle != nullptr) *handle = out;
-        return callback;
+        EXPECT_TRUE(service->propertySet(key, text, &out).isOk());
+        return out;
+    }
+    std::string property(const std::string& key) {
+        std::string text = "<unset>";
+        EXPECT_TRUE(service->propertyGet(key, &text).isOk());
+        return text;
     }
 
-    std::shared_ptr<VelaService> service;
+    std::shared_ptr<VelaService> service = ::ndk::SharedRefBase::make<VelaService>();
 };
 
-TEST_F(VelaServiceTest, EventAppliesItsScenarioAndReleaseRestoresTheDefaults) {
-    const int32_t handle = event(kLaunch, 0, {item(kBigFloor, "999")});
-    ASSERT_GE(handle, 1);
-    EXPECT_EQ(value(kLittleFloor), "1804800");
-    EXPECT_EQ(value(kLittleLoad), "60");
-    EXPECT_EQ(service->valueOf(ResourceKey::ofPath(kUclamp)), "30");
-    // Resources sent along with the event win over the scenario's own.
-    EXPECT_EQ(value(kBigFloor), "999");
-
-    EXPECT_EQ(release(handle), kVelaOk);
-    EXPECT_EQ(value(kLittleFloor), "300000");
-    EXPECT_EQ(value(kBigFloor), "710400");
-    EXPECT_EQ(service->valueOf(ResourceKey::ofPath(kUclamp)), "0");
-    EXPECT_EQ(release(handle), kVelaUnknownHandle);
-}
-
-TEST_F(VelaServiceTest, LaterRequestWinsAndReleasingItFallsBackToTheEarlierOne) {
-    const int32_t first = control({item(kLittleFloor, "1000")});
-    const int32_t second = control({item(kLittleFloor, "2000")});
-    const int32_t sa = control({item(kLaunch)}, 0, kKindSaControl);
-    ASSERT_GE(first, 1);
-    EXPECT_NE(first, second);
-    EXPECT_EQ(value(kLittleFloor), "1804800");  // the SA request resolved the launch scenario
-
-    release(sa);
-    EXPECT_EQ(value(kLittleFloor), "2000");
-    release(first);  // not in force: nothing moves
-    EXPECT_EQ(value(kLittleFloor), "2000");
-    release(second);
-    EXPECT_EQ(value(kLittleFloor), "300000");
-}
-
-TEST_F(VelaServiceTest, TimedRequestExpiresFallsBackAndIsRecorded) {
-    diagnostic(kHistoryOn);
-    const int32_t longer = control({item(kLittleFloor, "1000")}, 10'000);
-    const int32_t handle = control({item(kLittleFloor, "2000")}, 100);
-    EXPECT_EQ(value(kLittleFloor), "2000");
-
-    ASSERT_TRUE(paxtest::waitUntil([&] { return value(kLittleFloor) == "1000"; }));
-    EXPECT_EQ(service->stats().expired, 1u);
-    EXPECT_EQ(release(handle), kVelaUnknownHandle);
-    EXPECT_EQ(release(longer), kVelaOk);
-
-    bool recorded = false;
-    for (const auto& record : state(kKindHistory)) {
-        if (record.value3->find("expire handle " + std::to_string(handle)) != std::string::npos) {
-            recorded = true;
-        }
-    }
-    EXPECT_TRUE(recorded);
-}
-
-TEST_F(VelaServiceTest, ListenerHearsEveryChangeOfItsResourcesFromAnotherThread) {
-    auto callback = listen({item(kLittleFloor), item(0, {}, std::string(kUclamp))});
-    control({item(kLittleLoad, "50")});  // not listened to
-    const int32_t handle = event(kLaunch);
-    service->waitForDeliveries();
-
-    ASSERT_EQ(callback->calls().size(), 1u);
-    auto call = callback->last();
-    EXPECT_NE(call.thread, std::this_thread::get_id());
-    ASSERT_EQ(call.items.size(), 2u);
-    for (const auto& changed : call.items) {
-        if (changed.id != 0) {
-            EXPECT_EQ(changed.id, static_cast<int32_t>(kLittleFloor));
-            EXPECT_EQ(changed.value, "1804800");
-        } else {
-            EXPECT_EQ(changed.value2, kUclamp);
-            EXPECT_EQ(changed.value, "30");
-        }
-    }
-
-    release(handle);
-    service->waitForDeliveries();
-    ASSERT_EQ(callback->calls().size(), 2u);
-    for (const auto& changed : callback->last().items) {
-        EXPECT_EQ(changed.value, changed.id != 0 ? "300000" : "0");
-    }
-}
-
-TEST_F(VelaServiceTest, ListenerIsQuietWhenTheValueInForceDoesNotMoveOrAfterUnregistering) {
-    int32_t listener = 0;
-    auto callback = listen({item(kLittleFloor)}, &listener);
+TEST_F(VelaServiceTest, EventsAndSaRequestsApplyTheirScenarioAndReleasesFallBack) {
     const int32_t below = control({item(kLittleFloor, "1000")});
-    const int32_t top = control({item(kLittleFloor, "2000")});
-    const int32_t same = control({item(kLittleFloor, "2000")});
-    service->waitForDeliveries();
-    EXPECT_EQ(callback->calls().size(), 2u);  // 1000, 2000; the second 2000 moved nothing
+    // Resources sent along with an event win over its scenario's own.
+    const int32_t launch = event(kLaunch, 0, {item(kBigFloor, "999")});
+    EXPECT_EQ(value(kLittleFloor), "1804800");
+    EXPECT_EQ(value(kBigFloor), "999");
+    EXPECT_EQ(service->valueOf(kUclampKey), "30");
+    // An SA request names the same scenario by its event id; it is the latest claim now.
+    const int32_t sa = control({item(kLaunch)}, 0, kKindSaControl);
 
-    release(below);
-    release(same);
-    service->waitForDeliveries();
-    EXPECT_EQ(callback->calls().size(), 2u);
-
-    int32_t out = -1;
-    ASSERT_TRUE(service->resListeningUnregister(listener, &out).isOk());
-    EXPECT_EQ(out, kVelaOk);
-    release(top);
-    service->waitForDeliveries();
-    EXPECT_EQ(callback->calls().size(), 2u);
-    ASSERT_TRUE(service->resListeningUnregister(listener, &out).isOk());
-    EXPECT_EQ(out, kVelaUnknownHandle);
-}
-
-TEST_F(VelaServiceTest, ThermalListenerHearsOnlyItsSubsystems) {
-    auto callback = ::ndk::SharedRefBase::make<RecordingCallback>();
-    int32_t handle = -1;
-    ASSERT_TRUE(service->thermalListeningRegister({1, 3}, callback, &handle).isOk());
-    ASSERT_GE(handle, 1);
-
-    EXPECT_GE(control({item(1, "2"), item(2, "5"), item(3, "1")}, 0, kKindThermal), 1);
-    EXPECT_GE(control({item(2, "4")}, 0, kKindThermal), 1);
-    service->waitForDeliveries();
-    ASSERT_EQ(callback->calls().size(), 1u);
-    auto items = callback->last().items;
-    ASSERT_EQ(items.size(), 2u);
-    EXPECT_EQ(items[0].id, 1);
-    EXPECT_EQ(items[0].value, "2");
-    EXPECT_EQ(items[1].id, 3);
-
-    int32_t out = -1;
-    ASSERT_TRUE(service->thermalListeningUnregister(handle, &out).isOk());
-    EXPECT_EQ(out, kVelaOk);
-    EXPECT_GE(control({item(1, "0")}, 0, kKindThermal), 1);
-    service->waitForDeliveries();
-    EXPECT_EQ(callback->calls().size(), 1u);
-}
-
-TEST_F(VelaServiceTest, RequestWithCallbackIsAnsweredOnceWithTheValuesInForce) {
-    auto callback = ::ndk::SharedRefBase::make<RecordingCallback>();
-    control({item(kLittleFloor, "5000")});
-    auto request = parcel(kKindControl, {item(kLittleFloor, "1000"), item(kBigFloor, "7")});
-    request.callback = callback;
-    int32_t handle = -1;
-    ASSERT_TRUE(service->resCtlRequest(request, &handle).isOk());
-    ASSERT_GE(handle, 1);
-    service->waitForDeliveries();
-
-    ASSERT_EQ(callback->calls().size(), 1u);
-    auto items = callback->last().items;
-    ASSERT_EQ(items.size(), 2u);
-    EXPECT_EQ(items[0].value, "1000");
-    EXPECT_EQ(items[1].value, "7");
-    release(handle);
-    service->waitForDeliveries();
-    EXPECT_EQ(callback->calls().size(), 1u);
-}
-
-TEST_F(VelaServiceTest, RuleHoldsItsResourcesUntilSwitchedOff) {
-    int32_t out = -1;
-    // A valueless item in a rule means "leave this one alone".
-    ASSERT_TRUE(
-            service->ruleCtl(130, 1, {item(kLittleLoad, "30"), item(kBigFloor, "")}, &out).isOk());
-    EXPECT_EQ(out, kVelaOk);
-    EXPECT_EQ(value(kLittleLoad), "30");
+    EXPECT_EQ(release(launch), kVelaOk);
+    EXPECT_EQ(value(kBigFloor), "2419200");  // the extra resource went with its request
+    EXPECT_EQ(release(sa), kVelaOk);
+    EXPECT_EQ(value(kLittleFloor), "1000");
     EXPECT_EQ(value(kBigFloor), "710400");
-
-    // Switching it on again replaces its resources and makes it the latest claim.
-    const int32_t handle = control({item(kLittleLoad, "45")});
-    service->ruleCtl(130, 1, {item(kLittleLoad, "35")}, &out);
-    EXPECT_EQ(value(kLittleLoad), "35");
-
-    service->ruleCtl(130, 0, {}, &out);
-    EXPECT_EQ(out, kVelaOk);
-    EXPECT_EQ(value(kLittleLoad), "45");
-    service->ruleCtl(130, 0, {}, &out);  // already off
-    EXPECT_EQ(out, kVelaOk);
-    release(handle);
-    EXPECT_EQ(value(kLittleLoad), "80");
+    EXPECT_EQ(service->valueOf(kUclampKey), "0");
+    EXPECT_EQ(release(below), kVelaOk);
+    EXPECT_EQ(value(kLittleFloor), "300000");
+    EXPECT_EQ(release(below), kVelaUnknownHandle);
 }
 
-TEST_F(VelaServiceTest, HistoryIsKeptOnlyWhileRecordingIsOn) {
+TEST_F(VelaServiceTest, ExpiryFallsBackAndHistoryIsKeptOnlyWhileRecording) {
     release(event(kLaunch));
     EXPECT_TRUE(state(kKindHistory).empty());
 
     EXPECT_EQ(diagnostic(kHistoryOn), kVelaDone);
-    const int32_t handle = event(kLaunch);
-    release(handle);
-    int32_t out = -1;
-    service->ruleCtl(7, 1, {}, &out);
+    EXPECT_EQ(property("vendor.vela.history"), "1");
+    const int32_t launch = event(kLaunch, 10'000);
+    const int32_t timed = control({item(kLittleFloor, "2000")}, 100);
+    EXPECT_EQ(value(kLittleFloor), "2000");
+    ASSERT_TRUE(paxtest::waitUntil([&] { return value(kLittleFloor) == "1804800"; }));
+    EXPECT_EQ(service->stats().expired, 1u);
+    EXPECT_EQ(release(timed), kVelaUnknownHandle);
+    EXPECT_EQ(release(launch), kVelaOk);
+    rule(7, 1);
     EXPECT_EQ(diagnostic(kHistoryOff), kVelaDone);
     release(event(kLaunch));
 
-    auto records = state(kKindHistory);
-    ASSERT_EQ(records.size(), 3u);
-    EXPECT_NE(records[0].value3->find("acquire handle " + std::to_string(handle) +
-                                      " event 0 (ACTION_LAUNCH)"),
-              std::string::npos)
-            << *records[0].value3;
-    EXPECT_NE(records[1].value3->find("release handle"), std::string::npos);
-    EXPECT_NE(records[2].value3->find("rule 7 on"), std::string::npos);
-    for (const auto& record : records) {
-        // Clients join records with ';'.
-        EXPECT_EQ(record.value3->find(';'), std::string::npos);
+    const auto records = state(kKindHistory);
+    const std::string expected[] = {
+            "acquire handle " + std::to_string(launch) + " event 0 (ACTION_LAUNCH)",
+            "acquire handle " + std::to_string(timed), "expire handle " + std::to_string(timed),
+            "release handle " + std::to_string(launch), "rule 7 on"};
+    ASSERT_EQ(records.size(), std::size(expected));
+    for (size_t i = 0; i < records.size(); ++i) {
+        const std::string text = records[i].value3.value_or("");
+        EXPECT_NE(text.find(expected[i]), std::string::npos) << text;
+        EXPECT_EQ(text.find(';'), std::string::npos) << "clients join records with ';'";
     }
 }
 
-TEST_F(VelaServiceTest, StateAnswersEveryItemInOrder) {
+// A listener hears each move of the value in force of what it listens to, and nothing else; a
+// request with a callback is answered once.
+TEST_F(VelaServiceTest, ListenersHearEveryMoveOfTheValueInForceAndNothingElse) {
+    auto listener = ::ndk::SharedRefBase::make<RecordingCallback>();
+    auto listened = parcel(0, {item(kLittleFloor), item(0, {}, std::string(kUclamp))});
+    int32_t listening = -1, out = -1;
+    ASSERT_TRUE(service->resListeningRegister(listened, listener, &listening).isOk());
+    ASSERT_GE(listening, 1);
+    control({item(kLittleLoad, "50")});  // not listened to
+    const int32_t below = control({item(kLittleFloor, "1000")});
+    const int32_t launch = event(kLaunch);
+    const int32_t same = control({item(kLittleFloor, "1804800")});  // moves nothing
+    release(below);
+    release(same);
+    release(launch);
+    service->waitForDeliveries();
+    const std::string clamp = kUclamp, floor = std::to_string(kLittleFloor);
+    EXPECT_EQ(listener->calls(), (Texts{floor + ":1000", clamp + ":30 " + floor + ":1804800",
+                                        clamp + ":0 " + floor + ":300000"}));
+
+    ASSERT_TRUE(service->resListeningUnregister(listening, &out).isOk());
+    EXPECT_EQ(out, kVelaOk);
+    auto answer = ::ndk::SharedRefBase::make<RecordingCallback>();
+    auto request = parcel(kKindControl, {item(kLittleFloor, "1000"), item(kBigFloor, "7")});
+    request.callback = answer;
+    release(submit(request));
+    service->waitForDeliveries();
+    EXPECT_EQ(listener->calls().size(), 3u);
+    EXPECT_EQ(answer->calls(), Texts{floor + ":1000 " + std::to_string(kBigFloor) + ":7"});
+    ASSERT_TRUE(service->resListeningUnregister(listening, &out).isOk());
+    EXPECT_EQ(out, kVelaUnknownHandle);
+}
+
+TEST_F(VelaServiceTest, ThermalListenerHearsOnlyItsSubsystemsUntilUnregistered) {
+    auto listener = ::ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t handle = -1, out = -1;
+    ASSERT_TRUE(service->thermalListeningRegister({1, 3}, listener, &handle).isOk());
+    EXPECT_GE(control({item(1, "2"), item(2, "5"), item(3, "1")}, 0, kKindThermal), 1);
+    EXPECT_GE(control({item(2, "4")}, 0, kKindThermal), 1);
+    service->waitForDeliveries();
+    ASSERT_TRUE(service->thermalListeningUnregister(handle, &out).isOk());
+    EXPECT_EQ(out, kVelaOk);
+    control({item(1, "0")}, 0, kKindThermal);
+    service->waitForDeliveries();
+    EXPECT_EQ(listener->calls(), Texts{"1:2 3:1"});
+}
+
+TEST_F(VelaServiceTest, RuleHoldsItsResourcesUntilSwitchedOff) {
+    // A valueless item in a rule means "leave this one alone".
+    EXPECT_EQ(rule(130, 1, {item(kLittleLoad, "30"), item(kBigFloor, "")}), kVelaOk);
+    EXPECT_EQ(value(kLittleLoad), "30");
+    EXPECT_EQ(value(kBigFloor), "710400");
+    // Switching it on again replaces its resources and makes it the latest claim.
+    const int32_t handle = control({item(kLittleLoad, "45")});
+    rule(130, 1, {item(kLittleLoad, "35")});
+    EXPECT_EQ(value(kLittleLoad), "35");
+    for (int i = 0; i < 2; ++i) {  // the second time it is already off
+        EXPECT_EQ(rule(130, 0), kVelaOk);
+        EXPECT_EQ(value(kLittleLoad), "45");
+    }
+    release(handle);
+    EXPECT_EQ(value(kLittleLoad), "80");
+}
+
+TEST_F(VelaServiceTest, QueriesAnswerEveryItemInOrderAndPowerFiguresFollowTheRequests) {
     control({item(kLittleFloor, "1000"), item(0, std::string("1"), std::string("/x/y"))});
     auto answer = state(kKindState, {item(0, {}, std::string("/x/y")), item(0x7f000001),
                                      item(kLittleFloor), item(0)});
@@ -319,69 +248,51 @@ TEST_F(VelaServiceTest, StateAnswersEveryItemInOrder) {
     EXPECT_FALSE(answer[1].value.has_value());  // nobody ever set it
     EXPECT_EQ(answer[2].value, "1000");
     EXPECT_EQ(answer[3].id, 0);
-}
 
-TEST_F(VelaServiceTest, PowerFiguresAndDatasetAlwaysCarryValues) {
-    auto before = state(kKindPowerUse, {item(kPowerUseOpcode, "0 1 35")});
-    ASSERT_EQ(before.size(), 1u);
-    const int idle = std::stoi(before[0].value.value());
+    // The power figure grows by the configured 35 mW per active request; the query's items
+    // do not matter.
+    const int idle = std::stoi(state(kKindPowerUse).at(0).value.value());
     const int32_t handle = event(kLaunch);
-    EXPECT_EQ(std::stoi(state(kKindPowerUse)[0].value.value()), idle + 35);
+    EXPECT_EQ(state(kKindPowerUse, {item(kPowerUseOpcode, "0 1 35")}).at(0).value,
+              std::to_string(idle + 35));
     release(handle);
+    EXPECT_EQ(state(kKindPowerUse).at(0).value, std::to_string(idle));
+    EXPECT_EQ(state(kKindPowerMode, {item(0)}).at(0).value, "1");
+    EXPECT_EQ(state(kKindPowerMode, {item(2)}).at(0).value, "0");
+    setProperty(kPowerModeProperty, "2");
+    EXPECT_EQ(state(kKindPowerMode, {item(2)}).at(0).value, "1");
 
-    EXPECT_EQ(state(kKindPowerMode, {item(0)})[0].value, "1");
-    EXPECT_EQ(state(kKindPowerMode, {item(2)})[0].value, "0");
-    int32_t out = -1;
-    service->propertySet(kPowerModeProperty, "2", &out);
-    EXPECT_EQ(state(kKindPowerMode, {item(2)})[0].value, "1");
-
-    auto dataset = state(kKindDataset);
-    size_t withDefault = 0;
-    for (const auto& info : service->config().resources()) {
-        withDefault += info.defaultValue && !info.key.isPath() ? 1 : 0;
-    }
-    EXPECT_EQ(dataset.size(), withDefault);
-    for (const auto& entry : dataset) {
-        EXPECT_NE(entry.id, 0);
-        EXPECT_TRUE(entry.value.has_value()) << entry.id;
-    }
+    // The dataset: every opcode resource that has a default, each with a value.
+    const auto& resources = service->config().resources();
+    const auto dataset = state(kKindDataset);
+    EXPECT_EQ(dataset.size(), std::count_if(resources.begin(), resources.end(), [](auto& info) {
+                  return info.defaultValue && !info.key.isPath();
+              }));
+    EXPECT_TRUE(std::all_of(dataset.begin(), dataset.end(),
+                            [](auto& entry) { return entry.id != 0 && entry.value; }));
 }
 
 TEST_F(VelaServiceTest, BadRequestsAreRefusedWithDistinctResultsAndLogged) {
     paxtest::LogCapture log;
-    const struct {
-        const char* what;
-        VelaRequestParcel request;
-        int32_t expected;
-    } cases[] = {
-            {"opcode without value", parcel(kKindControl, {item(kLittleFloor)}), kVelaBadRequest},
-            {"opcode with empty value", parcel(kKindControl, {item(kLittleFloor, "")}),
-             kVelaBadRequest},
-            {"path escaping the tree", parcel(kKindControl, {item(0, "1", "/sys/../etc/x")}),
-             kVelaBadRequest},
-            {"event without its item", parcel(kKindEvent, {}), kVelaBadRequest},
-            {"negative event", parcel(kKindEvent, {item(-5)}), kVelaBadRequest},
-            {"SA with two items", parcel(kKindSaControl, {item(1), item(2)}), kVelaBadRequest},
-            {"diagnostic code 9", parcel(kKindDiagnostic, {item(9)}), kVelaBadRequest},
-            {"diagnostic without item", parcel(kKindDiagnostic, {}), kVelaBadRequest},
-            {"thermal without level", parcel(kKindThermal, {item(3)}), kVelaBadRequest},
-            {"unknown kind", parcel(42, {}), kVelaUnsupportedKind},
-            {"too many items",
-             parcel(kKindControl,
-                    std::vector<VelaRequestData>(VelaService::kMaxItems + 1, item(1, "1"))),
-             kVelaBadRequest},
-            {"oversized value",
-             parcel(kKindControl, {item(1, std::string(VelaService::kMaxText + 1, 'x'))}),
-             kVelaBadRequest},
+    const VelaRequestParcel bad[] = {
+            parcel(kKindControl, {item(kLittleFloor)}),             // opcode without value
+            parcel(kKindControl, {item(kLittleFloor, "")}),         // ... with an empty one
+            parcel(kKindControl, {item(0, "1", "/sys/../etc/x")}),  // path escaping the tree
+            parcel(kKindEvent, {}),                                 // event without its item
+            parcel(kKindEvent, {item(-5)}),                         // negative event
+            parcel(kKindSaControl, {item(1), item(2)}),             // SA with two items
+            parcel(kKindDiagnostic, {item(9)}),                     // unknown diagnostic
+            parcel(kKindDiagnostic, {}),                            // diagnostic without item
+            parcel(kKindThermal, {item(3)}),                        // thermal without level
+            parcel(kKindControl, std::vector<VelaRequestData>(VelaService::kMaxItems + 1,
+                                                              item(1, "1"))),  // too many items
+            parcel(kKindControl, {item(1, std::string(VelaService::kMaxText + 1, 'x'))}),
     };
-    for (const auto& c : cases) {
-        int32_t out = -1;
-        ASSERT_TRUE(service->resCtlRequest(c.request, &out).isOk()) << c.what;
-        EXPECT_EQ(out, c.expected) << c.what;
-    }
-    EXPECT_EQ(service->stats().rejected, std::size(cases));
+    for (size_t i = 0; i < std::size(bad); ++i) EXPECT_EQ(submit(bad[i]), kVelaBadRequest) << i;
+    EXPECT_EQ(submit(parcel(42, {})), kVelaUnsupportedKind);
+    EXPECT_EQ(service->stats().rejected, std::size(bad) + 1);
     EXPECT_EQ(service->stats().requests, 0u);
-    EXPECT_EQ(log.linesContaining("refused (bad request, -3)").size(), std::size(cases) - 1)
+    EXPECT_EQ(log.linesContaining("refused (bad request, -3)").size(), std::size(bad))
             << log.dump();
 
     std::vector<VelaRequestData> out;
@@ -390,32 +301,18 @@ TEST_F(VelaServiceTest, BadRequestsAreRefusedWithDistinctResultsAndLogged) {
     EXPECT_EQ(status.getServiceSpecificError(), kVelaUnsupportedKind);
     status = service->resStateRequest(parcel(kKindPowerMode, {}), &out);
     EXPECT_EQ(status.getServiceSpecificError(), kVelaBadRequest);
-
     int32_t result = 0;
     EXPECT_EQ(service->reserved(&result).getExceptionCode(), EX_UNSUPPORTED_OPERATION);
     ASSERT_TRUE(service->resListeningRegister(parcel(0, {item(1)}), nullptr, &result).isOk());
     EXPECT_EQ(result, kVelaBadRequest);
-}
 
-TEST_F(VelaServiceTest, PropertiesFitTheClientsBufferAndReadOnlyOnesStay) {
-    int32_t out = -1;
-    ASSERT_TRUE(service->propertySet("vendor.demo", std::string(255, 'v'), &out).isOk());
-    EXPECT_EQ(out, kVelaOk);
-    service->propertySet("vendor.demo", std::string(256, 'v'), &out);
-    EXPECT_EQ(out, kVelaBadRequest);
-    service->propertySet("ro.vendor.vela.version", "2", &out);
-    EXPECT_EQ(out, kVelaBadRequest);
-
-    std::string text;
-    service->propertyGet("vendor.demo", &text);
-    EXPECT_EQ(text.size(), 255u);
-    service->propertyGet("ro.vendor.vela.version", &text);
-    EXPECT_EQ(text, "1");
-    service->propertyGet("vendor.never.set", &text);
-    EXPECT_EQ(text, "");
-    diagnostic(kHistoryOn);
-    service->propertyGet("vendor.vela.history", &text);
-    EXPECT_EQ(text, "1");
+    // Property values must fit the clients' 256-byte buffer; read-only ones stay.
+    EXPECT_EQ(setProperty("vendor.demo", std::string(255, 'v')), kVelaOk);
+    EXPECT_EQ(setProperty("vendor.demo", std::string(256, 'v')), kVelaBadRequest);
+    EXPECT_EQ(property("vendor.demo").size(), 255u);
+    EXPECT_EQ(setProperty("ro.vendor.vela.version", "2"), kVelaBadRequest);
+    EXPECT_EQ(property("ro.vendor.vela.version"), "1");
+    EXPECT_EQ(property("vendor.never.set"), "");
 }
 
 TEST_F(VelaServiceTest, DumpsGoToTheLog) {
@@ -424,63 +321,45 @@ TEST_F(VelaServiceTest, DumpsGoToTheLog) {
     for (int32_t code = kDumpToDoQueue; code <= kDumpRecords; ++code) {
         EXPECT_EQ(diagnostic(code), kVelaDone) << code;
     }
-    auto lines = log.linesWithTag(kVelaLogTag);
-    auto has = [&](const std::string& fragment) {
-        for (const auto& line : lines) {
-            if (line.text.find(fragment) != std::string::npos) return true;
-        }
-        return false;
-    };
-    EXPECT_TRUE(has("expire handle " + std::to_string(handle) + " in ")) << log.dump();
-    EXPECT_TRUE(has("0x01010010 cpu.little.freq_min = 1804800 (request " + std::to_string(handle) +
-                    ", depth 1)"))
-            << log.dump();
-    EXPECT_TRUE(has("event 0 ACTION_LAUNCH: 6 resources")) << log.dump();
+    const std::string h = std::to_string(handle);
+    for (const std::string& fragment :
+         {"expire handle " + h + " in ",
+          "0x01010010 cpu.little.freq_min = 1804800 (request " + h + ", depth 1)",
+          std::string("event 0 ACTION_LAUNCH: 6 resources")}) {
+        auto lines = log.linesContaining(fragment);
+        EXPECT_TRUE(!lines.empty() && lines[0].tag == kVelaLogTag) << fragment << "\n"
+                                                                   << log.dump();
+    }
 }
 
-class VelaServiceMirrorTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string dir = std::filesystem::temp_directory_path() / "vela-sysfs-XXXXXX";
-        ASSERT_NE(mkdtemp(dir.data()), nullptr);
-        root = dir;
-        VelaService::Options options;
-        options.sysfsRoot = root;
-        service = ::ndk::SharedRefBase::make<VelaService>(std::move(options));
-    }
-    void TearDown() override { std::filesystem::remove_all(root); }
-
-    std::optional<std::string> file(const std::string& path) {
+// Path resources are mirrored as files under the root the service is given, and nowhere else.
+TEST(VelaServiceMirrorTest, PathResourcesAreMirroredOnlyInsideTheRoot) {
+    std::string root = std::filesystem::temp_directory_path() / "vela-sysfs-XXXXXX";
+    ASSERT_NE(mkdtemp(root.data()), nullptr);
+    auto file = [&](const std::string& path) -> std::optional<std::string> {
         std::ifstream in(root + path);
-        if (!in) return std::nullopt;
         std::string text;
-        std::getline(in, text);
-        return text;
-    }
-
-    std::string root;
-    std::shared_ptr<VelaService> service;
-};
-
-TEST_F(VelaServiceMirrorTest, PathResourcesAreMirroredAsFiles) {
+        return std::getline(in, text) ? std::optional(text) : std::nullopt;
+    };
+    VelaService::Options options;
+    options.sysfsRoot = root;
+    auto service = ::ndk::SharedRefBase::make<VelaService>(std::move(options));
     EXPECT_EQ(file(kUclamp), "0");  // defaults are there from the start
 
-    int32_t first = -1, second = -1;
-    service->resCtlRequest(parcel(kKindControl, {item(0, "12", "/proc/demo/knob")}), &first);
-    VelaRequestParcel launch = parcel(kKindEvent, {item(kLaunch)});
-    service->resCtlRequest(launch, &second);
+    int32_t knob = -1, launch = -1, out = -1;
+    service->resCtlRequest(parcel(kKindControl, {item(0, "12", "/proc/demo/knob")}), &knob);
+    service->resCtlRequest(parcel(kKindEvent, {item(kLaunch)}), &launch);
     EXPECT_EQ(file("/proc/demo/knob"), "12");
     EXPECT_EQ(file(kUclamp), "30");
-
-    int32_t out = -1;
-    service->resCtlRelease(second, &out);
+    service->resCtlRelease(launch, &out);
     EXPECT_EQ(file(kUclamp), "0");
-    service->resCtlRelease(first, &out);
+    service->resCtlRelease(knob, &out);
     EXPECT_FALSE(file("/proc/demo/knob").has_value());  // no default: the file goes
 
     service->resCtlRequest(parcel(kKindControl, {item(0, "1", "../../escape")}), &out);
     EXPECT_EQ(out, kVelaBadRequest);
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(root).parent_path() / "escape"));
+    std::filesystem::remove_all(root);
 }
 
 }  // namespace

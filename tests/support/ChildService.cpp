@@ -2,9 +2,7 @@
 
 #include <android/binder_ibinder.h>
 #include <android/binder_manager.h>
-#include <android/binder_process.h>
 #include <gtest/gtest.h>
-#include <hostbinder/hostbinder.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -12,28 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <thread>
 #include <utility>
 
-extern char** environ;
-
 namespace paxtest {
-
-int runChildServiceRole(const char* instance) {
-    if (HostBinder_declareService(instance) != STATUS_OK) {
-        fprintf(stderr, "child service: cannot declare %s\n", instance);
-        return 3;
-    }
-    auto fake = ::ndk::SharedRefBase::make<FakeVela>();
-    if (AServiceManager_addService(fake->asBinder().get(), instance) != EX_NONE) {
-        fprintf(stderr, "child service: cannot serve %s\n", instance);
-        return 4;
-    }
-    ABinderProcess_joinThreadPool();
-    return 5;  // joinThreadPool is not meant to return
-}
 
 namespace {
 
@@ -45,50 +26,26 @@ std::string describeWaitStatus(int status) {
 
 }  // namespace
 
-ChildService::ChildService(std::string instance) : mInstance(std::move(instance)) {}
-
 ChildService::~ChildService() {
     kill();
 }
 
-bool ChildService::startFake(std::chrono::milliseconds timeout) {
-    mPath = "/proc/self/exe";
-    mArgs.clear();
-    mEnv = {std::string(kChildServiceEnv) + "=" + mInstance};
-    return launch(timeout);
-}
-
-bool ChildService::startExecutable(const std::string& path, const std::vector<std::string>& args,
-                                   const std::vector<std::string>& extraEnv,
-                                   std::chrono::milliseconds timeout) {
+bool ChildService::startExecutable(const std::string& path, const std::vector<std::string>& args) {
     mPath = path;
     mArgs = args;
-    mEnv = extraEnv;
-    return launch(timeout);
+    return launch();
 }
 
-bool ChildService::launch(std::chrono::milliseconds timeout) {
+bool ChildService::launch() {
     kill();
 
     // Everything the child needs is built before fork: between fork and exec only
     // async-signal-safe calls are allowed, and other threads may hold the allocator's locks.
-    std::vector<std::string> argStrings;
-    argStrings.push_back(mPath);
+    std::vector<std::string> argStrings{mPath};
     argStrings.insert(argStrings.end(), mArgs.begin(), mArgs.end());
     std::vector<char*> argv;
     for (auto& s : argStrings) argv.push_back(s.data());
     argv.push_back(nullptr);
-
-    // The child-role variable is never inherited by accident: only startFake() sets it.
-    std::vector<std::string> envStrings;
-    const std::string roleKey = std::string(kChildServiceEnv) + "=";
-    for (char** e = environ; *e != nullptr; ++e) {
-        if (strncmp(*e, roleKey.c_str(), roleKey.size()) != 0) envStrings.emplace_back(*e);
-    }
-    envStrings.insert(envStrings.end(), mEnv.begin(), mEnv.end());
-    std::vector<char*> envp;
-    for (auto& s : envStrings) envp.push_back(s.data());
-    envp.push_back(nullptr);
 
     struct rlimit limit {};
     int maxFd = 1024;
@@ -113,32 +70,31 @@ bool ChildService::launch(std::chrono::milliseconds timeout) {
         {
             for (int fd = 3; fd < maxFd; ++fd) close(fd);
         }
-        execve(argv[0], argv.data(), envp.data());
+        execv(argv[0], argv.data());
         _exit(127);
     }
     mPid = pid;
-    return waitUntilServing(timeout);
+    return waitUntilServing();
 }
 
-bool ChildService::waitUntilServing(std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (true) {
+bool ChildService::waitUntilServing() {
+    const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
+    while (std::chrono::steady_clock::now() < deadline) {
         int status = 0;
         if (waitpid(mPid, &status, WNOHANG) == mPid) {
             ADD_FAILURE() << "service " << mPath << " " << describeWaitStatus(status)
-                          << " before serving " << mInstance;
+                          << " before serving " << kVelaInstance;
             mPid = -1;
             return false;
         }
-        if (AIBinder* binder = AServiceManager_checkService(mInstance.c_str())) {
+        if (AIBinder* binder = AServiceManager_checkService(kVelaInstance)) {
             AIBinder_decStrong(binder);
             return true;
         }
-        if (std::chrono::steady_clock::now() >= deadline) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    ADD_FAILURE() << "service " << mPath << " did not serve " << mInstance << " within "
-                  << timeout.count() << " ms";
+    ADD_FAILURE() << "service " << mPath << " did not serve " << kVelaInstance << " within "
+                  << kStartTimeout.count() << " ms";
     kill();
     return false;
 }
@@ -146,57 +102,24 @@ bool ChildService::waitUntilServing(std::chrono::milliseconds timeout) {
 void ChildService::kill() {
     if (mPid <= 0) return;
     ::kill(mPid, SIGKILL);
-    int status = 0;
-    while (waitpid(mPid, &status, 0) < 0 && errno == EINTR) {
+    while (waitpid(mPid, nullptr, 0) < 0 && errno == EINTR) {
     }
     mPid = -1;
-    forgetService();
+    EXPECT_TRUE(waitUntilUnreachable(kVelaInstance))
+            << kVelaInstance << " still reachable after its process ended";
 }
 
-void ChildService::forgetService() {
-    if (!waitUntilUnreachable(mInstance)) {
-        ADD_FAILURE() << mInstance << " still reachable after its process ended";
-    }
-}
-
-int ChildService::terminate(std::chrono::milliseconds timeout) {
-    if (mPid <= 0) return -1;
-    ::kill(mPid, SIGTERM);
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    int status = 0;
-    while (true) {
-        pid_t done = waitpid(mPid, &status, WNOHANG);
-        if (done == mPid) break;
-        if (done < 0 && errno != EINTR) break;
-        if (std::chrono::steady_clock::now() >= deadline) {
-            ::kill(mPid, SIGKILL);
-            while (waitpid(mPid, &status, 0) < 0 && errno == EINTR) {
-            }
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    mPid = -1;
-    forgetService();
-    return status;
-}
-
-bool ChildService::restart(std::chrono::milliseconds timeout) {
+bool ChildService::restart() {
     if (mPath.empty()) {
         ADD_FAILURE() << "ChildService::restart before any start";
         return false;
     }
-    return launch(timeout);
+    return launch();
 }
 
 bool ChildService::running() {
-    if (mPid <= 0) return false;
-    int status = 0;
-    if (waitpid(mPid, &status, WNOHANG) == mPid) {
-        mPid = -1;
-        return false;
-    }
-    return true;
+    if (mPid > 0 && waitpid(mPid, nullptr, WNOHANG) == mPid) mPid = -1;
+    return mPid > 0;
 }
 
 }  // namespace paxtest

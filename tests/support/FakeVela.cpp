@@ -1,83 +1,12 @@
 #include "FakeVela.h"
 
 #include <gtest/gtest.h>
-#include <hostbinder/hostbinder.h>
 
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
 
 namespace paxtest {
-
-StatusInfo StatusInfo::of(const ::ndk::ScopedAStatus& status) {
-    StatusInfo info;
-    info.ok = status.isOk();
-    info.description = status.getDescription();
-    if (status.get() != nullptr) {
-        info.exception = status.getExceptionCode();
-        info.serviceSpecific = status.getServiceSpecificError();
-        info.status = status.getStatus();
-    }
-    return info;
-}
-
-Answer Answer::ok() {
-    return Answer{};
-}
-
-Answer Answer::ok(int32_t result) {
-    Answer a;
-    a.result = result;
-    return a;
-}
-
-Answer Answer::items(std::vector<VelaRequestData> replyItems) {
-    Answer a;
-    a.replyItems = std::move(replyItems);
-    return a;
-}
-
-Answer Answer::property(std::string text) {
-    Answer a;
-    a.text = std::move(text);
-    return a;
-}
-
-Answer Answer::exception(binder_exception_t code) {
-    Answer a;
-    a.kind = Kind::kException;
-    a.code = code;
-    return a;
-}
-
-Answer Answer::serviceSpecific(int32_t code) {
-    Answer a;
-    a.kind = Kind::kServiceSpecific;
-    a.code = code;
-    return a;
-}
-
-Answer Answer::transactionError(binder_status_t code) {
-    Answer a;
-    a.kind = Kind::kTransactionError;
-    a.code = code;
-    return a;
-}
-
-Answer Answer::withNestedCallback(std::vector<VelaRequestData> items) && {
-    nestedCallback = std::move(items);
-    return std::move(*this);
-}
-
-Answer Answer::withHook(std::function<void(const VelaCall&)> fn) && {
-    hook = std::move(fn);
-    return std::move(*this);
-}
-
-Answer Answer::withDelay(std::chrono::milliseconds d) && {
-    delay = d;
-    return std::move(*this);
-}
 
 VelaRequestData makeItem(int32_t id, int32_t param, std::optional<std::string> value,
                          std::optional<std::string> value2, std::optional<std::string> value3) {
@@ -97,32 +26,31 @@ bool givesHandle(const std::string& method) {
            method == "thermalListeningRegister";
 }
 
+::ndk::ScopedAStatus statusOf(const Answer& answer) {
+    switch (answer.kind) {
+        case Answer::Kind::kOk:
+            return ::ndk::ScopedAStatus::ok();
+        case Answer::Kind::kException:
+            return ::ndk::ScopedAStatus::fromExceptionCode(answer.code);
+        case Answer::Kind::kServiceSpecific:
+            return ::ndk::ScopedAStatus::fromServiceSpecificError(answer.code);
+        case Answer::Kind::kTransactionError:
+            return ::ndk::ScopedAStatus::fromStatus(answer.code);
+    }
+    return ::ndk::ScopedAStatus::ok();
+}
+
 }  // namespace
 
-const std::vector<std::string>& FakeVela::methodNames() {
-    static const std::vector<std::string> names = {
-            "init",
-            "resCtlRequest",
-            "resCtlRelease",
-            "resStateRequest",
-            "resListeningRegister",
-            "resListeningUnregister",
-            "propertyGet",
-            "propertySet",
-            "thermalListeningRegister",
-            "thermalListeningUnregister",
-            "reserved",
-            "setRelatedSysInfo",
-            "ruleCtl",
-    };
-    return names;
-}
-
 FakeVela::FakeVela() {
-    for (const auto& name : methodNames()) mScripts[name];
+    // The IVela methods this fake records and scripts (getInterfaceVersion is the stub's own).
+    for (const char* name :
+         {"init", "resCtlRequest", "resCtlRelease", "resStateRequest", "resListeningRegister",
+          "resListeningUnregister", "propertyGet", "propertySet", "thermalListeningRegister",
+          "thermalListeningUnregister", "reserved", "setRelatedSysInfo", "ruleCtl"}) {
+        mScripts[name];
+    }
 }
-
-FakeVela::~FakeVela() = default;
 
 FakeVela::Script& FakeVela::scriptFor(const std::string& method) {
     auto it = mScripts.find(method);
@@ -140,27 +68,9 @@ void FakeVela::enqueue(const std::string& method, Answer answer) {
     scriptFor(method).queue.push_back(std::move(answer));
 }
 
-void FakeVela::resetScript() {
-    std::lock_guard<std::mutex> lock(mMutex);
-    for (auto& [name, script] : mScripts) {
-        script.fallback = Answer{};
-        script.queue.clear();
-    }
-    mNextHandle = 1;
-}
-
 std::vector<VelaCall> FakeVela::calls() const {
     std::lock_guard<std::mutex> lock(mMutex);
     return mCalls;
-}
-
-std::vector<VelaCall> FakeVela::callsTo(const std::string& method) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    std::vector<VelaCall> out;
-    for (const auto& call : mCalls) {
-        if (call.method == method) out.push_back(call);
-    }
-    return out;
 }
 
 size_t FakeVela::callCount() const {
@@ -174,55 +84,35 @@ size_t FakeVela::callCount(const std::string& method) const {
                          [&](const VelaCall& c) { return c.method == method; });
 }
 
-VelaCall FakeVela::lastCall() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (mCalls.empty()) {
-        ADD_FAILURE() << "FakeVela received no call";
-        return VelaCall{};
-    }
-    return mCalls.back();
-}
-
-VelaCall FakeVela::lastCall(const std::string& method) const {
+VelaCall FakeVela::lastMatching(const std::function<bool(const VelaCall&)>& match,
+                                const std::string& what) const {
     std::lock_guard<std::mutex> lock(mMutex);
     for (auto it = mCalls.rbegin(); it != mCalls.rend(); ++it) {
-        if (it->method == method) return *it;
+        if (match(*it)) return *it;
     }
-    ADD_FAILURE() << "FakeVela received no call to " << method;
+    ADD_FAILURE() << "FakeVela received no call" << what;
     return VelaCall{};
 }
 
+VelaCall FakeVela::lastCall() const {
+    return lastMatching([](const VelaCall&) { return true; }, "");
+}
+
+VelaCall FakeVela::lastCall(const std::string& method) const {
+    return lastMatching([&](const VelaCall& c) { return c.method == method; }, " to " + method);
+}
+
 VelaRequestParcel FakeVela::lastParcel() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    for (auto it = mCalls.rbegin(); it != mCalls.rend(); ++it) {
-        if (it->parcel) return *it->parcel;
-    }
-    ADD_FAILURE() << "FakeVela received no call with a parcel";
-    return VelaRequestParcel{};
-}
-
-bool FakeVela::waitForCalls(size_t n, std::chrono::milliseconds timeout) const {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, timeout, [&] { return mCalls.size() >= n; });
-}
-
-bool FakeVela::waitForCallsTo(const std::string& method, size_t n,
-                              std::chrono::milliseconds timeout) const {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, timeout, [&] {
-        return static_cast<size_t>(std::count_if(mCalls.begin(), mCalls.end(), [&](const auto& c) {
-                   return c.method == method;
-               })) >= n;
-    });
+    auto hasParcel = [](const VelaCall& c) { return c.parcel.has_value(); };
+    return lastMatching(hasParcel, " with a parcel").parcel.value_or(VelaRequestParcel{});
 }
 
 void FakeVela::clearCalls() {
     std::vector<VelaCall> dropped;
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        dropped.swap(mCalls);
-    }
-    // The records may hold the last references to callback proxies; let them go unlocked.
+    std::lock_guard<std::mutex> lock(mMutex);
+    dropped.swap(mCalls);
+    // The records may hold the last references to callback proxies: `dropped` lets them go
+    // after the lock (destroyed in reverse order of declaration).
 }
 
 void FakeVela::blockNext(const std::string& method, int count) {
@@ -235,11 +125,6 @@ bool FakeVela::waitUntilBlocked(size_t n, std::chrono::milliseconds timeout) con
     return mChanged.wait_for(lock, timeout, [&] { return mBlocked >= n; });
 }
 
-size_t FakeVela::blockedCount() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mBlocked;
-}
-
 void FakeVela::release() {
     std::lock_guard<std::mutex> lock(mMutex);
     for (auto& [name, script] : mScripts) script.gates = 0;
@@ -247,45 +132,26 @@ void FakeVela::release() {
     mChanged.notify_all();
 }
 
-size_t FakeVela::callbackCount() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mCallbacks.size();
-}
-
 std::shared_ptr<IVelaCallback> FakeVela::callbackAt(size_t index) const {
     std::lock_guard<std::mutex> lock(mMutex);
-    if (index >= mCallbacks.size()) return nullptr;
-    return mCallbacks[index];
-}
-
-bool FakeVela::waitForCallbacks(size_t n, std::chrono::milliseconds timeout) const {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, timeout, [&] { return mCallbacks.size() >= n; });
+    return index < mCallbacks.size() ? mCallbacks[index] : nullptr;
 }
 
 ::ndk::ScopedAStatus FakeVela::fireCallback(size_t index,
                                             const std::vector<VelaRequestData>& items) {
     std::shared_ptr<IVelaCallback> callback = callbackAt(index);
-    if (callback == nullptr) {
-        ADD_FAILURE() << "FakeVela has no callback #" << index << " (it has " << callbackCount()
-                      << ")";
-        return ::ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
-    }
-    return callback->onCallback(items);
+    if (callback != nullptr) return callback->onCallback(items);
+    ADD_FAILURE() << "FakeVela has no callback #" << index;
+    return ::ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
 }
 
 void FakeVela::forgetCallbacks() {
     std::vector<std::shared_ptr<IVelaCallback>> dropped;
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        dropped.swap(mCallbacks);
-    }
+    std::lock_guard<std::mutex> lock(mMutex);
+    dropped.swap(mCallbacks);  // released after the lock, as in clearCalls()
 }
 
 Answer FakeVela::handle(VelaCall call, const std::shared_ptr<IVelaCallback>& callback) {
-    call.thread = std::this_thread::get_id();
-    call.onBinderThread = HostBinder_isBinderThread();
-
     Answer answer;
     {
         std::unique_lock<std::mutex> lock(mMutex);
@@ -299,8 +165,6 @@ Answer FakeVela::handle(VelaCall call, const std::shared_ptr<IVelaCallback>& cal
         call.sequence = mSequence++;
         if (callback != nullptr) mCallbacks.push_back(callback);
         mCalls.push_back(call);
-        mChanged.notify_all();
-
         if (script.gates > 0) {
             --script.gates;
             ++mBlocked;
@@ -311,69 +175,55 @@ Answer FakeVela::handle(VelaCall call, const std::shared_ptr<IVelaCallback>& cal
         }
     }
 
-    if (answer.delay.count() > 0) std::this_thread::sleep_for(answer.delay);
     if (answer.hook) answer.hook(call);
     if (answer.nestedCallback && callback != nullptr) {
-        StatusInfo status = StatusInfo::of(callback->onCallback(*answer.nestedCallback));
+        ::ndk::ScopedAStatus status = callback->onCallback(*answer.nestedCallback);
         std::lock_guard<std::mutex> lock(mMutex);
         // clearCalls() may have run meanwhile; find the record by its sequence number.
         for (auto& recorded : mCalls) {
-            if (recorded.sequence == call.sequence) recorded.nestedCallbackStatus = status;
+            if (recorded.sequence == call.sequence) {
+                recorded.nestedCallbackStatus = StatusInfo{status.isOk(), status.getDescription()};
+            }
         }
     }
     return answer;
 }
 
-::ndk::ScopedAStatus FakeVela::statusOf(const Answer& answer) const {
-    switch (answer.kind) {
-        case Answer::Kind::kOk:
-            return ::ndk::ScopedAStatus::ok();
-        case Answer::Kind::kException:
-            return ::ndk::ScopedAStatus::fromExceptionCode(answer.code);
-        case Answer::Kind::kServiceSpecific:
-            return ::ndk::ScopedAStatus::fromServiceSpecificError(answer.code);
-        case Answer::Kind::kTransactionError:
-            return ::ndk::ScopedAStatus::fromStatus(answer.code);
+::ndk::ScopedAStatus FakeVela::reply(VelaCall call, int32_t* out,
+                                     const std::shared_ptr<IVelaCallback>& callback) {
+    const std::string method = call.method;
+    Answer answer = handle(std::move(call), callback);
+    if (answer.result) {
+        *out = *answer.result;
+    } else if (givesHandle(method)) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        *out = mNextHandle++;
+    } else {
+        *out = 0;
     }
-    return ::ndk::ScopedAStatus::ok();
-}
-
-int32_t FakeVela::resultOf(const std::string& method, const Answer& answer) {
-    if (answer.result) return *answer.result;
-    if (!givesHandle(method)) return 0;
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mNextHandle++;
+    return statusOf(answer);
 }
 
 ::ndk::ScopedAStatus FakeVela::init() {
-    VelaCall call;
-    call.method = "init";
-    return statusOf(handle(std::move(call), nullptr));
+    return statusOf(handle(VelaCall("init"), nullptr));
 }
 
 ::ndk::ScopedAStatus FakeVela::resCtlRequest(const VelaRequestParcel& in_request,
                                              int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "resCtlRequest";
+    VelaCall call("resCtlRequest");
     call.parcel = in_request;
-    Answer answer = handle(std::move(call), in_request.callback);
-    *_aidl_return = resultOf("resCtlRequest", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return, in_request.callback);
 }
 
 ::ndk::ScopedAStatus FakeVela::resCtlRelease(int32_t in_handle, int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "resCtlRelease";
+    VelaCall call("resCtlRelease");
     call.handle = in_handle;
-    Answer answer = handle(std::move(call), nullptr);
-    *_aidl_return = resultOf("resCtlRelease", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return);
 }
 
 ::ndk::ScopedAStatus FakeVela::resStateRequest(const VelaRequestParcel& in_request,
                                                std::vector<VelaRequestData>* _aidl_return) {
-    VelaCall call;
-    call.method = "resStateRequest";
+    VelaCall call("resStateRequest");
     call.parcel = in_request;
     Answer answer = handle(std::move(call), in_request.callback);
     *_aidl_return = answer.replyItems;
@@ -383,32 +233,25 @@ int32_t FakeVela::resultOf(const std::string& method, const Answer& answer) {
 ::ndk::ScopedAStatus FakeVela::resListeningRegister(
         const VelaRequestParcel& in_request, const std::shared_ptr<IVelaCallback>& in_callback,
         int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "resListeningRegister";
-    call.parcel = in_request;
-    call.callback = in_callback;
     // A parcel callback, if the caller set one too, is kept as well (before the argument).
     if (in_request.callback != nullptr && in_request.callback != in_callback) {
         std::lock_guard<std::mutex> lock(mMutex);
         mCallbacks.push_back(in_request.callback);
     }
-    Answer answer = handle(std::move(call), in_callback);
-    *_aidl_return = resultOf("resListeningRegister", answer);
-    return statusOf(answer);
+    VelaCall call("resListeningRegister");
+    call.parcel = in_request;
+    call.callback = in_callback;
+    return reply(std::move(call), _aidl_return, in_callback);
 }
 
 ::ndk::ScopedAStatus FakeVela::resListeningUnregister(int32_t in_handle, int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "resListeningUnregister";
+    VelaCall call("resListeningUnregister");
     call.handle = in_handle;
-    Answer answer = handle(std::move(call), nullptr);
-    *_aidl_return = resultOf("resListeningUnregister", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return);
 }
 
 ::ndk::ScopedAStatus FakeVela::propertyGet(const std::string& in_key, std::string* _aidl_return) {
-    VelaCall call;
-    call.method = "propertyGet";
+    VelaCall call("propertyGet");
     call.key = in_key;
     Answer answer = handle(std::move(call), nullptr);
     *_aidl_return = answer.text;
@@ -417,67 +260,48 @@ int32_t FakeVela::resultOf(const std::string& method, const Answer& answer) {
 
 ::ndk::ScopedAStatus FakeVela::propertySet(const std::string& in_key, const std::string& in_value,
                                            int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "propertySet";
+    VelaCall call("propertySet");
     call.key = in_key;
     call.value = in_value;
-    Answer answer = handle(std::move(call), nullptr);
-    *_aidl_return = resultOf("propertySet", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return);
 }
 
 ::ndk::ScopedAStatus FakeVela::thermalListeningRegister(
         const std::vector<int32_t>& in_ids, const std::shared_ptr<IVelaCallback>& in_callback,
         int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "thermalListeningRegister";
+    VelaCall call("thermalListeningRegister");
     call.ids = in_ids;
     call.callback = in_callback;
-    Answer answer = handle(std::move(call), in_callback);
-    *_aidl_return = resultOf("thermalListeningRegister", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return, in_callback);
 }
 
 ::ndk::ScopedAStatus FakeVela::thermalListeningUnregister(int32_t in_handle,
                                                           int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "thermalListeningUnregister";
+    VelaCall call("thermalListeningUnregister");
     call.handle = in_handle;
-    Answer answer = handle(std::move(call), nullptr);
-    *_aidl_return = resultOf("thermalListeningUnregister", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return);
 }
 
 ::ndk::ScopedAStatus FakeVela::reserved(int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "reserved";
-    Answer answer = handle(std::move(call), nullptr);
-    *_aidl_return = resultOf("reserved", answer);
-    return statusOf(answer);
+    return reply(VelaCall("reserved"), _aidl_return);
 }
 
 ::ndk::ScopedAStatus FakeVela::setRelatedSysInfo(int32_t in_info, int64_t in_value,
                                                  int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "setRelatedSysInfo";
+    VelaCall call("setRelatedSysInfo");
     call.info = in_info;
     call.sysInfoValue = in_value;
-    Answer answer = handle(std::move(call), nullptr);
-    *_aidl_return = resultOf("setRelatedSysInfo", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return);
 }
 
 ::ndk::ScopedAStatus FakeVela::ruleCtl(int32_t in_ruleId, int32_t in_status,
                                        const std::vector<VelaRequestData>& in_items,
                                        int32_t* _aidl_return) {
-    VelaCall call;
-    call.method = "ruleCtl";
+    VelaCall call("ruleCtl");
     call.ruleId = in_ruleId;
     call.ruleStatus = in_status;
     call.items = in_items;
-    Answer answer = handle(std::move(call), nullptr);
-    *_aidl_return = resultOf("ruleCtl", answer);
-    return statusOf(answer);
+    return reply(std::move(call), _aidl_return);
 }
 
 }  // namespace paxtest

@@ -32,7 +32,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace paxtest {
@@ -41,20 +40,18 @@ using ::aidl::vendor::norvo::hardware::vela::IVelaCallback;
 using ::aidl::vendor::norvo::hardware::vela::VelaRequestData;
 using ::aidl::vendor::norvo::hardware::vela::VelaRequestParcel;
 
-// A copyable summary of an AStatus, so statuses can be stored and compared in tests.
+// A copyable summary of an AStatus, so statuses can be stored in a call record.
 struct StatusInfo {
     bool ok = true;
-    binder_exception_t exception = EX_NONE;
-    int32_t serviceSpecific = 0;
-    binder_status_t status = STATUS_OK;
     std::string description;
-
-    static StatusInfo of(const ::ndk::ScopedAStatus& status);
 };
 
 // One incoming call, with copies of everything it carried. Only the fields that belong to
 // `method` are set; the others keep their zero values.
 struct VelaCall {
+    VelaCall() = default;
+    explicit VelaCall(std::string m) : method(std::move(m)) {}
+
     std::string method;
     // resCtlRequest, resStateRequest, resListeningRegister. The copy keeps the parcel's
     // callback proxy alive for as long as the record exists.
@@ -77,9 +74,6 @@ struct VelaCall {
     std::vector<VelaRequestData> items;
     // Position among all calls this fake received, from 0.
     size_t sequence = 0;
-    // The thread the call ran on, and whether the runtime counts it as a binder thread.
-    std::thread::id thread;
-    bool onBinderThread = false;
     // Set when the answer asked for a nested callback: the status that onCallback returned.
     std::optional<StatusInfo> nestedCallbackStatus;
 };
@@ -109,20 +103,41 @@ struct Answer {
     std::optional<std::vector<VelaRequestData>> nestedCallback;
     // Runs inside the call after it was recorded (and after any gate), before the answer.
     std::function<void(const VelaCall&)> hook;
-    // Sleeps this long inside the call before answering.
-    std::chrono::milliseconds delay{0};
 
-    static Answer ok();  // ok, default out-value
-    static Answer ok(int32_t result);
-    static Answer items(std::vector<VelaRequestData> replyItems);
-    static Answer property(std::string text);
-    static Answer exception(binder_exception_t code);
-    static Answer serviceSpecific(int32_t code);
-    static Answer transactionError(binder_status_t code);
+    static Answer ok() { return {}; }  // ok, default out-value
+    static Answer ok(int32_t result) { return with(&Answer::result, result); }
+    static Answer items(std::vector<VelaRequestData> replyItems) {
+        return with(&Answer::replyItems, std::move(replyItems));
+    }
+    static Answer property(std::string text) { return with(&Answer::text, std::move(text)); }
+    static Answer exception(binder_exception_t code) { return failure(Kind::kException, code); }
+    static Answer serviceSpecific(int32_t code) { return failure(Kind::kServiceSpecific, code); }
+    static Answer transactionError(binder_status_t code) {
+        return failure(Kind::kTransactionError, code);
+    }
 
-    Answer withNestedCallback(std::vector<VelaRequestData> items) &&;
-    Answer withHook(std::function<void(const VelaCall&)> fn) &&;
-    Answer withDelay(std::chrono::milliseconds d) &&;
+    Answer withNestedCallback(std::vector<VelaRequestData> items) && {
+        nestedCallback = std::move(items);
+        return std::move(*this);
+    }
+    Answer withHook(std::function<void(const VelaCall&)> fn) && {
+        hook = std::move(fn);
+        return std::move(*this);
+    }
+
+private:
+    template <typename Field, typename Value>
+    static Answer with(Field Answer::*field, Value&& value) {
+        Answer a;
+        a.*field = std::forward<Value>(value);
+        return a;
+    }
+    static Answer failure(Kind kind, int32_t code) {
+        Answer a;
+        a.kind = kind;
+        a.code = code;
+        return a;
+    }
 };
 
 // A convenience for building reply and callback items.
@@ -132,25 +147,18 @@ VelaRequestData makeItem(int32_t id, int32_t param = 0, std::optional<std::strin
 
 class FakeVela : public ::aidl::vendor::norvo::hardware::vela::BnVela {
 public:
-    // The IVela methods this fake records and scripts, in interface order.
-    static const std::vector<std::string>& methodNames();
-
     static constexpr std::chrono::milliseconds kDefaultTimeout{5000};
 
     FakeVela();
-    ~FakeVela() override;
 
     // --- Script -------------------------------------------------------------------------
     // The answer used when no one-shot answer is queued. Initially Answer::ok().
     void setDefault(const std::string& method, Answer answer);
     // Queues a one-shot answer; queued answers are used first, in order.
     void enqueue(const std::string& method, Answer answer);
-    // Back to Answer::ok() for every method, no queued answers; the handle counter restarts.
-    void resetScript();
 
     // --- Record -------------------------------------------------------------------------
     std::vector<VelaCall> calls() const;
-    std::vector<VelaCall> callsTo(const std::string& method) const;
     size_t callCount() const;
     size_t callCount(const std::string& method) const;
     // The last call (to `method`). Records a test failure and returns an empty record when
@@ -160,10 +168,6 @@ public:
     // The parcel of the last call that carried one. Records a test failure and returns a
     // zeroed parcel when there is none.
     VelaRequestParcel lastParcel() const;
-    // Waits until at least `n` calls (to `method`) were recorded.
-    bool waitForCalls(size_t n, std::chrono::milliseconds timeout = kDefaultTimeout) const;
-    bool waitForCallsTo(const std::string& method, size_t n,
-                        std::chrono::milliseconds timeout = kDefaultTimeout) const;
     // Drops the records (and the references they hold). Callbacks stay known.
     void clearCalls();
 
@@ -172,16 +176,13 @@ public:
     void blockNext(const std::string& method, int count = 1);
     // Waits until at least `n` calls are being held.
     bool waitUntilBlocked(size_t n = 1, std::chrono::milliseconds timeout = kDefaultTimeout) const;
-    size_t blockedCount() const;
     // Lets every held call go on and disarms gates that no call has reached yet.
     void release();
 
     // --- Callbacks ----------------------------------------------------------------------
     // Every non-null callback received, in arrival order: a parcel's callback field and the
-    // callback argument of the listening registrations.
-    size_t callbackCount() const;
+    // callback argument of the listening registrations. Null when `index` is out of range.
     std::shared_ptr<IVelaCallback> callbackAt(size_t index) const;
-    bool waitForCallbacks(size_t n, std::chrono::milliseconds timeout = kDefaultTimeout) const;
     // Calls onCallback(items) on callback `index` from the calling thread and returns its
     // status. An index out of range records a test failure and returns EX_ILLEGAL_ARGUMENT.
     ::ndk::ScopedAStatus fireCallback(size_t index, const std::vector<VelaRequestData>& items);
@@ -223,9 +224,13 @@ private:
 
     // Records the call, passes the gate, runs the scripted extras and returns the answer.
     Answer handle(VelaCall call, const std::shared_ptr<IVelaCallback>& callback);
-    ::ndk::ScopedAStatus statusOf(const Answer& answer) const;
-    int32_t resultOf(const std::string& method, const Answer& answer);
+    // handle() for the methods whose out-value is an int: sets it and returns the status.
+    ::ndk::ScopedAStatus reply(VelaCall call, int32_t* out,
+                               const std::shared_ptr<IVelaCallback>& callback = nullptr);
     Script& scriptFor(const std::string& method);
+    // The last call that `match`es; a test failure ("no call" + `what`) when there is none.
+    VelaCall lastMatching(const std::function<bool(const VelaCall&)>& match,
+                          const std::string& what) const;
 
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;

@@ -13,33 +13,30 @@ extern "C" void paxtest_trace_probe(const char* name);
 namespace paxtest {
 namespace {
 
-TEST(LogCaptureTest, CapturesDebugLinesFromAnyThreadAndRestoresTheLogger) {
+// Matches are exact (a looser match would let wrong lines pass), and the capture puts the
+// logger and its minimum priority back when it goes.
+TEST(LogCaptureTest, MatchesExactlyAndRestoresTheLogger) {
     const int before = __android_log_get_minimum_priority();
     {
         LogCapture log;
         __android_log_print(ANDROID_LOG_DEBUG, "tagA", "value %d", 5);
-        std::thread([] {
-            __android_log_print(ANDROID_LOG_ERROR, "tagB", "from %s", "afar");
-        }).join();
+        std::thread([] { __android_log_print(ANDROID_LOG_ERROR, "tagB", "from afar"); }).join();
         __android_log_print(ANDROID_LOG_DEBUG, "tagA", "value %d", 5);
 
         EXPECT_TRUE(log.contains("tagA", ANDROID_LOG_DEBUG, "value 5")) << log.dump();
         EXPECT_TRUE(log.contains("tagB", ANDROID_LOG_ERROR, "from afar")) << log.dump();
         EXPECT_FALSE(log.contains("tagA", ANDROID_LOG_INFO, "value 5"));
-        EXPECT_FALSE(log.contains("tagA", ANDROID_LOG_DEBUG, "value"));
-        EXPECT_EQ(2u, log.count("value 5"));
-        EXPECT_TRUE(log.waitFor("from afar", std::chrono::milliseconds(0)));
+        EXPECT_FALSE(log.contains("tagB", ANDROID_LOG_ERROR, "value 5"));
+        EXPECT_EQ(log.count("value"), 0u);
+        EXPECT_EQ(log.count("value 5"), 2u);
         EXPECT_THROW(LogCapture second, std::logic_error);
-
-        log.clear();
-        EXPECT_TRUE(log.lines().empty());
     }
     EXPECT_EQ(before, __android_log_get_minimum_priority());
 
-    LogCapture again;
+    LogCapture again;  // the hook was let go
     __android_log_print(ANDROID_LOG_INFO, "tagC", "later");
-    ASSERT_EQ(1u, again.lines().size());
-    EXPECT_EQ("later", again.lines()[0].text);
+    EXPECT_TRUE(again.contains("tagC", ANDROID_LOG_INFO, "later")) << again.dump();
+    EXPECT_EQ(again.count("value 5"), 0u);
 }
 
 TEST(TraceCaptureTest, SharedObjectsReachTheSeam) {
@@ -49,8 +46,6 @@ TEST(TraceCaptureTest, SharedObjectsReachTheSeam) {
         paxtest_trace_probe("on");
         EXPECT_EQ((std::vector<TraceEvent>{{TraceEvent::kBegin, "on"}, {TraceEvent::kEnd, ""}}),
                   trace.events());
-        EXPECT_EQ(1u, trace.tagQueries());
-
         trace.setEnabledTags(2);
         paxtest_trace_probe("other tag");
         EXPECT_EQ(std::vector<std::string>{"on"}, trace.beginNames());

@@ -20,27 +20,21 @@ struct LogCaptureHook {
     static void logger(const struct __android_logger_data* data, const char* message) {
         std::lock_guard<std::mutex> lock(mutex());
         LogCapture* capture = active();
-        if (capture == nullptr) {
-            __android_log_stderr_logger(data, message);
-            return;
-        }
-        capture->add(data->priority, data->tag, message);
-        bool echo;
-        {
-            std::lock_guard<std::mutex> captureLock(capture->mMutex);
-            echo = capture->mEcho;
-        }
-        if (echo) __android_log_stderr_logger(data, message);
+        if (capture == nullptr || capture->mEcho) __android_log_stderr_logger(data, message);
+        if (capture == nullptr) return;
+        std::lock_guard<std::mutex> captureLock(capture->mMutex);
+        capture->mLines.push_back(LogLine{data->tag != nullptr ? data->tag : "", data->priority,
+                                          message != nullptr ? message : ""});
+        capture->mChanged.notify_all();
     }
 };
 
-LogCapture::LogCapture() {
+LogCapture::LogCapture() : mEcho(getenv("PAX_TEST_LOG_ECHO") != nullptr) {
     {
         std::lock_guard<std::mutex> lock(LogCaptureHook::mutex());
         if (LogCaptureHook::active() != nullptr) {
             throw std::logic_error("LogCapture: another capture is active");
         }
-        mEcho = getenv("PAX_TEST_LOG_ECHO") != nullptr;
         LogCaptureHook::active() = this;
     }
     // Not under the hook's mutex: liblog calls the logger with its own lock held, and setting
@@ -58,26 +52,6 @@ LogCapture::~LogCapture() {
     LogCaptureHook::active() = nullptr;
 }
 
-void LogCapture::add(int priority, const char* tag, const char* text) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mLines.push_back(LogLine{tag != nullptr ? tag : "", priority, text != nullptr ? text : ""});
-    mChanged.notify_all();
-}
-
-std::vector<LogLine> LogCapture::lines() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mLines;
-}
-
-std::vector<LogLine> LogCapture::linesWithTag(const std::string& tag) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    std::vector<LogLine> out;
-    for (const auto& line : mLines) {
-        if (line.tag == tag) out.push_back(line);
-    }
-    return out;
-}
-
 std::vector<LogLine> LogCapture::linesContaining(const std::string& fragment) const {
     std::lock_guard<std::mutex> lock(mMutex);
     std::vector<LogLine> out;
@@ -87,51 +61,34 @@ std::vector<LogLine> LogCapture::linesContaining(const std::string& fragment) co
     return out;
 }
 
-bool LogCapture::contains(const std::string& tag, int priority, const std::string& text) const {
-    return count(tag, priority, text) > 0;
+size_t LogCapture::countLocked(const std::function<bool(const LogLine&)>& match) const {
+    size_t n = 0;
+    for (const auto& line : mLines) n += match(line) ? 1 : 0;
+    return n;
 }
 
 size_t LogCapture::count(const std::string& text) const {
     std::lock_guard<std::mutex> lock(mMutex);
-    size_t n = 0;
-    for (const auto& line : mLines) {
-        if (line.text == text) ++n;
-    }
-    return n;
+    return countLocked([&](const LogLine& line) { return line.text == text; });
 }
 
 size_t LogCapture::count(const std::string& tag, int priority, const std::string& text) const {
     std::lock_guard<std::mutex> lock(mMutex);
-    size_t n = 0;
-    for (const auto& line : mLines) {
-        if (line.tag == tag && line.priority == priority && line.text == text) ++n;
-    }
-    return n;
+    return countLocked([&](const LogLine& line) {
+        return line.tag == tag && line.priority == priority && line.text == text;
+    });
 }
 
 bool LogCapture::waitFor(const std::string& text, std::chrono::milliseconds timeout) const {
     std::unique_lock<std::mutex> lock(mMutex);
     return mChanged.wait_for(lock, timeout, [&] {
-        for (const auto& line : mLines) {
-            if (line.text == text) return true;
-        }
-        return false;
+        return countLocked([&](const LogLine& line) { return line.text == text; }) > 0;
     });
-}
-
-bool LogCapture::waitForLines(size_t n, std::chrono::milliseconds timeout) const {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, timeout, [&] { return mLines.size() >= n; });
 }
 
 void LogCapture::clear() {
     std::lock_guard<std::mutex> lock(mMutex);
     mLines.clear();
-}
-
-void LogCapture::setEcho(bool echo) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mEcho = echo;
 }
 
 std::string LogCapture::dump() const {

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -37,14 +38,13 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    // Every captured line, in arrival order.
-    std::vector<LogLine> lines() const;
-    std::vector<LogLine> linesWithTag(const std::string& tag) const;
-    // Lines whose text contains `fragment`.
+    // Lines whose text contains `fragment`, in arrival order.
     std::vector<LogLine> linesContaining(const std::string& fragment) const;
 
     // True when a line has exactly this tag, priority and text.
-    bool contains(const std::string& tag, int priority, const std::string& text) const;
+    bool contains(const std::string& tag, int priority, const std::string& text) const {
+        return count(tag, priority, text) > 0;
+    }
     // Number of lines whose text is exactly `text` (any tag, any priority).
     size_t count(const std::string& text) const;
     // Number of lines with exactly this tag, priority and text.
@@ -54,23 +54,20 @@ public:
     // captured before the call).
     bool waitFor(const std::string& text,
                  std::chrono::milliseconds timeout = kDefaultTimeout) const;
-    // Waits until at least `n` lines have been captured.
-    bool waitForLines(size_t n, std::chrono::milliseconds timeout = kDefaultTimeout) const;
 
     void clear();
-    // Also pass every line on to the stderr logger (off by default; on when the environment
-    // variable PAX_TEST_LOG_ECHO is set).
-    void setEcho(bool echo);
     // Every captured line as "P/tag: text\n", for failure messages.
     std::string dump() const;
 
 private:
     friend struct LogCaptureHook;
-    void add(int priority, const char* tag, const char* text);
+    // The number of lines that `match`; the caller holds mMutex.
+    size_t countLocked(const std::function<bool(const LogLine&)>& match) const;
 
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     std::vector<LogLine> mLines;
+    // Every line also goes to the stderr logger when PAX_TEST_LOG_ECHO is set.
     bool mEcho = false;
     int mPreviousMinimum = ANDROID_LOG_DEFAULT;
 };

@@ -14,28 +14,22 @@ namespace paxtest {
 
 bool waitUntilUnreachable(const std::string& instance, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (true) {
-        AIBinder* binder = AServiceManager_checkService(instance.c_str());
-        if (binder == nullptr) return true;
+    while (AIBinder* binder = AServiceManager_checkService(instance.c_str())) {
         AIBinder_decStrong(binder);
         if (std::chrono::steady_clock::now() >= deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
+    return true;
 }
-
-ServiceHarness::ServiceHarness(std::string instance) : mInstance(std::move(instance)) {}
 
 ServiceHarness::~ServiceHarness() {
     stop();
 }
 
 bool ServiceHarness::declareOnly() {
-    binder_status_t status = HostBinder_declareService(mInstance.c_str());
-    if (status != STATUS_OK) {
-        ADD_FAILURE() << "HostBinder_declareService(" << mInstance << ") failed: " << status;
-        return false;
-    }
-    return true;
+    binder_status_t status = HostBinder_declareService(kVelaInstance);
+    EXPECT_EQ(status, STATUS_OK) << "HostBinder_declareService(" << kVelaInstance << ")";
+    return status == STATUS_OK;
 }
 
 bool ServiceHarness::start(std::shared_ptr<FakeVela> fake) {
@@ -50,11 +44,9 @@ bool ServiceHarness::start(std::shared_ptr<FakeVela> fake) {
     static std::once_flag poolStarted;
     std::call_once(poolStarted, [] { ABinderProcess_startThreadPool(); });
 
-    binder_exception_t ex = AServiceManager_addService(fake->asBinder().get(), mInstance.c_str());
-    if (ex != EX_NONE) {
-        ADD_FAILURE() << "AServiceManager_addService(" << mInstance << ") failed: " << ex;
-        return false;
-    }
+    binder_exception_t ex = AServiceManager_addService(fake->asBinder().get(), kVelaInstance);
+    EXPECT_EQ(ex, EX_NONE) << "AServiceManager_addService(" << kVelaInstance << ")";
+    if (ex != EX_NONE) return false;
     mFake = std::move(fake);
     mServing = true;
     return true;
@@ -67,25 +59,16 @@ std::shared_ptr<FakeVela> ServiceHarness::startFake() {
 
 void ServiceHarness::stop() {
     if (!mServing) return;
-    if (mFake != nullptr) mFake->release();
-    binder_status_t status = HostBinder_stopService(mInstance.c_str());
-    if (status != STATUS_OK) {
-        ADD_FAILURE() << "HostBinder_stopService(" << mInstance << ") failed: " << status;
-    }
+    mFake->release();
+    EXPECT_EQ(HostBinder_stopService(kVelaInstance), STATUS_OK) << "stopping " << kVelaInstance;
     mServing = false;
-    if (!waitUntilUnreachable(mInstance)) {
-        ADD_FAILURE() << mInstance << " still reachable after it was stopped";
-    }
+    EXPECT_TRUE(waitUntilUnreachable(kVelaInstance))
+            << kVelaInstance << " still reachable after it was stopped";
 }
 
 bool ServiceHarness::restart() {
-    std::shared_ptr<FakeVela> fake = mFake;
-    return restart(std::move(fake));
-}
-
-bool ServiceHarness::restart(std::shared_ptr<FakeVela> fake) {
     stop();
-    return start(std::move(fake));
+    return start(mFake);
 }
 
 }  // namespace paxtest

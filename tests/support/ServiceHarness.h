@@ -29,7 +29,7 @@ bool waitUntilUnreachable(const std::string& instance,
 
 class ServiceHarness {
 public:
-    explicit ServiceHarness(std::string instance = kVelaInstance);
+    ServiceHarness() = default;
     // Stops serving (after releasing any call held at the fake's gate).
     ~ServiceHarness();
     ServiceHarness(const ServiceHarness&) = delete;
@@ -49,16 +49,10 @@ public:
     // their death notifications may still be running. The declaration stays. Harmless when
     // not serving.
     void stop();
-    // stop(), then serve the same fake again (or `fake` when given).
+    // stop(), then serve the same fake again.
     bool restart();
-    bool restart(std::shared_ptr<FakeVela> fake);
-
-    bool serving() const { return mServing; }
-    const std::shared_ptr<FakeVela>& fake() const { return mFake; }
-    const std::string& instance() const { return mInstance; }
 
 private:
-    std::string mInstance;
     std::shared_ptr<FakeVela> mFake;
     bool mServing = false;
 };

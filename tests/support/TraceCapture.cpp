@@ -13,7 +13,6 @@ struct TraceState {
     std::mutex mutex;
     std::vector<TraceEvent> events;
     std::atomic<uint64_t> tags{0};
-    std::atomic<size_t> queries{0};
 };
 
 TraceState& state() {
@@ -49,10 +48,6 @@ void TraceCapture::setEnabledTags(uint64_t tags) {
     state().tags.store(tags);
 }
 
-uint64_t TraceCapture::enabledTags() {
-    return state().tags.load();
-}
-
 std::vector<TraceEvent> TraceCapture::events() {
     TraceState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
@@ -67,23 +62,16 @@ std::vector<std::string> TraceCapture::beginNames() {
     return names;
 }
 
-size_t TraceCapture::tagQueries() {
-    return state().queries.load();
-}
-
 void TraceCapture::clear() {
     TraceState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.events.clear();
-    s.queries.store(0);
 }
 
 }  // namespace paxtest
 
 extern "C" __attribute__((visibility("default"))) uint64_t atrace_get_enabled_tags() {
-    paxtest::TraceState& s = paxtest::state();
-    s.queries.fetch_add(1);
-    return s.tags.load();
+    return paxtest::state().tags.load();
 }
 
 extern "C" __attribute__((visibility("default"))) void atrace_begin_body(const char* name) {

@@ -26,7 +26,6 @@ struct TraceEvent {
     std::string name;  // the section name of a begin; empty for an end
 
     bool operator==(const TraceEvent& o) const { return kind == o.kind && name == o.name; }
-    bool operator!=(const TraceEvent& o) const { return !(*this == o); }
 };
 std::ostream& operator<<(std::ostream& os, const TraceEvent& event);
 
@@ -40,13 +39,10 @@ public:
     TraceCapture& operator=(const TraceCapture&) = delete;
 
     static void setEnabledTags(uint64_t tags);
-    static uint64_t enabledTags();
     // Begin and end events in the order they happened.
     static std::vector<TraceEvent> events();
     // The names of the begin events only.
     static std::vector<std::string> beginNames();
-    // How many times the code asked for the enabled tags.
-    static size_t tagQueries();
     static void clear();
 };
 

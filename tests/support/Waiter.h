@@ -14,12 +14,11 @@ inline constexpr std::chrono::milliseconds kWaitTimeout{5000};
 
 // Polls `pred` until it is true or `timeout` passes; returns its last value.
 template <typename Pred>
-bool waitUntil(Pred&& pred, std::chrono::milliseconds timeout = kWaitTimeout,
-               std::chrono::milliseconds interval = std::chrono::milliseconds(2)) {
+bool waitUntil(Pred&& pred, std::chrono::milliseconds timeout = kWaitTimeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!pred()) {
         if (std::chrono::steady_clock::now() >= deadline) return pred();
-        std::this_thread::sleep_for(interval);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
 }
@@ -34,10 +33,6 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         ++mCount;
         mChanged.notify_all();
-    }
-    size_t count() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mCount;
     }
     // Waits until at least `n` events were counted.
     bool waitFor(size_t n, std::chrono::milliseconds timeout = kWaitTimeout) const {
@@ -55,31 +50,6 @@ private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     size_t mCount = 0;
-};
-
-// A gate that threads can wait at until the test opens it, for holding a caller's callback
-// while the test does something else.
-class Gate {
-public:
-    void open() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mOpen = true;
-        mChanged.notify_all();
-    }
-    // Waits until open; false on timeout.
-    bool wait(std::chrono::milliseconds timeout = kWaitTimeout) const {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, timeout, [&] { return mOpen; });
-    }
-    bool isOpen() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mOpen;
-    }
-
-private:
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mChanged;
-    bool mOpen = false;
 };
 
 }  // namespace paxtest

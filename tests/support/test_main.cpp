@@ -1,6 +1,5 @@
 // Shared main of the test programs: each test process gets a socket directory of its own, so
-// tests never see each other's services. Started with PAX_TEST_CHILD_SERVICE set, the program
-// is a service for its parent test instead (see ChildService.h).
+// tests never see each other's services.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,12 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "ChildService.h"
-
 int main(int argc, char** argv) {
-    if (const char* instance = getenv(paxtest::kChildServiceEnv)) {
-        return paxtest::runChildServiceRole(instance);
-    }
     testing::InitGoogleTest(&argc, argv);
     std::string dir;
     if (getenv("HOSTBINDER_DIR") == nullptr) {
