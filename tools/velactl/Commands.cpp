@@ -19,7 +19,7 @@
 #include <thread>
 
 #include "Embedded.h"
-#include "Specs.h"
+#include "ResourceArgs.h"
 #include "VelaService.h"
 
 namespace velactl {
@@ -77,19 +77,19 @@ int failed(Context& ctx, const std::string& what, int32_t result) {
     return kExitFailed;
 }
 
-velaHalclient::ResourceList toList(const std::vector<ResourceSpec>& specs) {
+velaHalclient::ResourceList toList(const std::vector<ResourceArg>& args) {
     velaHalclient::ResourceList list;
-    for (const auto& spec : specs) list.push_back(Resource{spec.opcode, spec.value});
+    for (const auto& arg : args) list.push_back(Resource{arg.opcode, arg.value});
     return list;
 }
 
-std::vector<Resource> toVector(const std::vector<ResourceSpec>& specs, const std::string& what) {
+std::vector<Resource> toVector(const std::vector<ResourceArg>& args, const std::string& what) {
     std::vector<Resource> out;
-    for (const auto& spec : specs) {
-        if (spec.isPath()) {
+    for (const auto& arg : args) {
+        if (arg.isPath()) {
             throw UsageError{what + " takes opcodes only; for paths use `velactl request`"};
         }
-        out.push_back(Resource{spec.opcode, spec.value});
+        out.push_back(Resource{arg.opcode, arg.value});
     }
     return out;
 }
@@ -344,8 +344,8 @@ void Commands::defineLibraryCommands() {
             "report a usage scenario by action name or event id (PaxEventAcquireWrapper, or "
             "PaxEventAcquire for an id or with resources)",
             true, [&] {
-                const auto specs = parseResources(a.items, ctx.config, ValueRule::kRequired);
-                auto resources = toVector(specs, "acquire");
+                const auto args = parseResources(a.items, ctx.config, ValueRule::kRequired);
+                auto resources = toVector(args, "acquire");
                 const int32_t duration = parseInt(a.duration, "duration");
                 int32_t event;
                 std::string action;
@@ -436,22 +436,22 @@ void Commands::defineLibraryCommands() {
             "set resources by opcode (velaResCtlRequest) or by path "
             "(vela_resctl_request_by_path); --callback waits for the service's answer",
             true, [&] {
-                const auto specs = parseResources(a.items, ctx.config, ValueRule::kRequired);
-                const bool paths = allPaths(specs);
+                const auto args = parseResources(a.items, ctx.config, ValueRule::kRequired);
+                const bool paths = allPaths(args);
                 const int32_t duration = parseInt(a.duration, "duration");
                 auto printer = std::make_shared<Printer>(ctx, "request");
                 int32_t handle;
                 if (!paths) {
-                    auto list = toList(specs);
+                    auto list = toList(args);
                     handle = a.callback ? velaHalclient::velaResCtlRequest(-1, duration, list, -1,
                                                                            0, 0, printer)
                                         : velaHalclient::velaResCtlRequest(-1, duration, list, -1,
                                                                            0, 0);
                 } else {
                     std::vector<std::string> pathList, valueList;
-                    for (const auto& spec : specs) {
-                        pathList.push_back(spec.path);
-                        valueList.push_back(*spec.value);
+                    for (const auto& arg : args) {
+                        pathList.push_back(arg.path);
+                        valueList.push_back(*arg.value);
                     }
                     handle = a.callback
                                      ? velaHalclient::vela_resctl_request_with_callback_by_path(
@@ -517,9 +517,9 @@ void Commands::defineLibraryCommands() {
             "values in force (velaResStateRequest; --pax: PaxMutiResStateRequest, --single: "
             "PaxResStateRequest; paths: vela_res_state_request_by_path, --map: by path map)",
             true, [&] {
-                const auto specs = parseResources(
+                const auto args = parseResources(
                         a.items, ctx.config, a.map ? ValueRule::kOptional : ValueRule::kForbidden);
-                if (specs.empty()) throw UsageError{"name at least one resource"};
+                if (args.empty()) throw UsageError{"name at least one resource"};
                 Json::Value items(Json::arrayValue);
                 std::string text;
                 auto add = [&](uint32_t opcode, const std::string& path,
@@ -529,34 +529,34 @@ void Commands::defineLibraryCommands() {
                 };
                 if (a.map) {
                     std::map<std::string, std::string> in, out;
-                    for (const auto& spec : specs) {
-                        if (!spec.isPath()) throw UsageError{"--map takes paths only"};
-                        in[spec.path] = spec.value.value_or("");
+                    for (const auto& arg : args) {
+                        if (!arg.isPath()) throw UsageError{"--map takes paths only"};
+                        in[arg.path] = arg.value.value_or("");
                     }
                     const int rc = velaHalclient::vela_res_state_request_map_by_path(in, 0, out);
                     if (rc < 0) return failed(ctx, "state --map", rc);
                     for (const auto& [path, value] : out) add(0, path, value);
-                } else if (allPaths(specs)) {
+                } else if (allPaths(args)) {
                     std::vector<std::string> paths, out;
-                    for (const auto& spec : specs) paths.push_back(spec.path);
+                    for (const auto& arg : args) paths.push_back(arg.path);
                     const int rc = velaHalclient::vela_res_state_request_by_path(paths, {}, 0, out);
                     if (rc < 0) return failed(ctx, "state", rc);
                     for (size_t i = 0; i < paths.size() && i < out.size(); ++i) {
                         add(0, paths[i], out[i]);
                     }
                 } else if (a.single) {
-                    if (specs.size() != 1) throw UsageError{"--single takes exactly one opcode"};
+                    if (args.size() != 1) throw UsageError{"--single takes exactly one opcode"};
                     std::string out = "\x01";  // tells "left alone" from an empty answer
-                    PaxResStateRequest(specs[0].opcode, out);
+                    PaxResStateRequest(args[0].opcode, out);
                     if (out == "\x01") return failed(ctx, "state --single", -1);
-                    add(specs[0].opcode, "", out);
+                    add(args[0].opcode, "", out);
                 } else if (a.pax) {
-                    auto resources = toVector(specs, "state --pax");
+                    auto resources = toVector(args, "state --pax");
                     const int32_t rc = PaxMutiResStateRequest(resources);
                     if (rc < 0) return failed(ctx, "state --pax", rc);
                     for (const auto& r : resources) add(r.id, "", r.value);
                 } else {
-                    auto request = toList(specs);
+                    auto request = toList(args);
                     velaHalclient::ResourceList reply;
                     const int rc = velaHalclient::velaResStateRequest(request, 0, reply);
                     if (rc < 0) return failed(ctx, "state", rc);
@@ -588,27 +588,27 @@ void Commands::defineLibraryCommands() {
                     }
                     handle = velaHalclient::velaThermalListeningRegister(ids, printer);
                 } else {
-                    const auto specs =
+                    const auto args =
                             parseResources(a.items, ctx.config,
                                            a.map ? ValueRule::kOptional : ValueRule::kForbidden);
-                    for (const auto& spec : specs) {
-                        on += " " + describeResource(spec.opcode, spec.path, ctx.config);
+                    for (const auto& arg : args) {
+                        on += " " + describeResource(arg.opcode, arg.path, ctx.config);
                     }
                     if (a.map) {
                         std::map<std::string, std::string> in;
-                        for (const auto& spec : specs) {
-                            if (!spec.isPath()) throw UsageError{"--map takes paths only"};
-                            in[spec.path] = spec.value.value_or("");
+                        for (const auto& arg : args) {
+                            if (!arg.isPath()) throw UsageError{"--map takes paths only"};
+                            in[arg.path] = arg.value.value_or("");
                         }
                         handle = velaHalclient::vela_res_listening_register_map_by_path(in, 0,
                                                                                         printer);
-                    } else if (allPaths(specs)) {
+                    } else if (allPaths(args)) {
                         std::vector<std::string> paths;
-                        for (const auto& spec : specs) paths.push_back(spec.path);
+                        for (const auto& arg : args) paths.push_back(arg.path);
                         handle = velaHalclient::vela_res_listening_register_by_path(paths, 0,
                                                                                     printer);
                     } else {
-                        auto list = toList(specs);
+                        auto list = toList(args);
                         handle = velaHalclient::velaResListeningRegister(list, 0, printer);
                     }
                 }

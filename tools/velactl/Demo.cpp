@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "Commands.h"
-#include "Specs.h"
+#include "ResourceArgs.h"
 
 namespace velactl {
 

@@ -11,7 +11,7 @@
 
 #include "Commands.h"
 #include "Embedded.h"
-#include "Specs.h"
+#include "ResourceArgs.h"
 
 using namespace velactl;
 

@@ -1,4 +1,4 @@
-#include "Specs.h"
+#include "ResourceArgs.h"
 
 #include <PaxWrapper.h>
 
@@ -47,13 +47,13 @@ std::vector<std::string> resourceNames(const ScenarioConfig& config) {
 
 }  // namespace
 
-ResourceSpec parseResource(const std::string& text, const ScenarioConfig& config, ValueRule rule) {
-    ResourceSpec spec;
+ResourceArg parseResource(const std::string& text, const ScenarioConfig& config, ValueRule rule) {
+    ResourceArg arg;
     std::string name = text;
     const size_t equals = text.find('=');
     if (equals != std::string::npos) {
         name = text.substr(0, equals);
-        spec.value = text.substr(equals + 1);
+        arg.value = text.substr(equals + 1);
     }
     if (name.empty()) throw UsageError{"missing resource before '=' in '" + text + "'"};
 
@@ -63,11 +63,11 @@ ResourceSpec parseResource(const std::string& text, const ScenarioConfig& config
                              "' is not acceptable (no \"..\" components, at "
                              "most 512 bytes)"};
         }
-        spec.path = name;
+        arg.path = name;
     } else if (auto opcode = parseOpcode(name)) {
-        spec.opcode = *opcode;
+        arg.opcode = *opcode;
     } else if (auto named = config.opcodeNamed(name)) {
-        spec.opcode = *named;
+        arg.opcode = *named;
     } else {
         const bool looksNumeric = isdigit(static_cast<unsigned char>(name[0])) || name[0] == '-';
         throw UsageError{"malformed opcode '" + name + "': " +
@@ -78,30 +78,30 @@ ResourceSpec parseResource(const std::string& text, const ScenarioConfig& config
                                                  "path starting with '/')")};
     }
 
-    if (rule == ValueRule::kForbidden && spec.value) {
+    if (rule == ValueRule::kForbidden && arg.value) {
         throw UsageError{"'" + text + "': no value is taken here, give only the resource"};
     }
     if (rule == ValueRule::kRequired) {
-        if (!spec.value) throw UsageError{"'" + text + "' needs a value: " + name + "=VALUE"};
-        if (!spec.isPath() && spec.value->empty()) {
+        if (!arg.value) throw UsageError{"'" + text + "' needs a value: " + name + "=VALUE"};
+        if (!arg.isPath() && arg.value->empty()) {
             throw UsageError{"'" + text + "': the value of an opcode cannot be empty"};
         }
     }
-    return spec;
+    return arg;
 }
 
-std::vector<ResourceSpec> parseResources(const std::vector<std::string>& texts,
+std::vector<ResourceArg> parseResources(const std::vector<std::string>& texts,
                                          const ScenarioConfig& config, ValueRule rule) {
-    std::vector<ResourceSpec> specs;
-    for (const std::string& text : texts) specs.push_back(parseResource(text, config, rule));
-    return specs;
+    std::vector<ResourceArg> args;
+    for (const std::string& text : texts) args.push_back(parseResource(text, config, rule));
+    return args;
 }
 
-bool allPaths(const std::vector<ResourceSpec>& specs) {
-    if (specs.empty()) return false;
-    const bool first = specs[0].isPath();
-    for (const auto& spec : specs) {
-        if (spec.isPath() != first) {
+bool allPaths(const std::vector<ResourceArg>& args) {
+    if (args.empty()) return false;
+    const bool first = args[0].isPath();
+    for (const auto& arg : args) {
+        if (arg.isPath() != first) {
             throw UsageError{"give either opcodes or paths, not both in one command"};
         }
     }

@@ -21,7 +21,7 @@ struct UsageError {
     int code = 3;
 };
 
-struct ResourceSpec {
+struct ResourceArg {
     uint32_t opcode = 0;  // 0 for a path
     std::string path;
     std::optional<std::string> value;
@@ -32,12 +32,12 @@ struct ResourceSpec {
 // `text` is OPCODE, NAME or PATH, optionally followed by "=VALUE". A value is required when
 // `needValue` (and must then not be empty for an opcode), refused when `forbidValue`.
 enum class ValueRule { kOptional, kRequired, kForbidden };
-ResourceSpec parseResource(const std::string& text, const ScenarioConfig& config, ValueRule rule);
-std::vector<ResourceSpec> parseResources(const std::vector<std::string>& texts,
+ResourceArg parseResource(const std::string& text, const ScenarioConfig& config, ValueRule rule);
+std::vector<ResourceArg> parseResources(const std::vector<std::string>& texts,
                                          const ScenarioConfig& config, ValueRule rule);
 // Either all opcodes or all paths; UsageError when mixed. True for paths. An empty list
 // counts as opcodes.
-bool allPaths(const std::vector<ResourceSpec>& specs);
+bool allPaths(const std::vector<ResourceArg>& args);
 
 // A whole 32-bit number (decimal or 0x hex); UsageError naming `what` otherwise.
 int32_t parseInt(const std::string& text, const std::string& what);
