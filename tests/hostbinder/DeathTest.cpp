@@ -7,6 +7,7 @@
 #include <hostbinder/hostbinder.h>
 
 #include "FakeVela.h"
+#include "ServiceHarness.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -20,9 +21,6 @@
 using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
 
-namespace {
-constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
-}  // namespace
 
 namespace {
 
@@ -36,7 +34,7 @@ constexpr const char* kChildEnv = "HOSTBINDER_TEST_CHILD";
     auto service = ndk::SharedRefBase::make<FakeVela>();
     if (std::string(mode) == "hold") service->blockNext("resCtlRequest");
     service->setDefault("resCtlRelease", Answer::ok(2));
-    if (AServiceManager_addService(service->asBinder().get(), kInstance) != EX_NONE) _exit(3);
+    if (AServiceManager_addService(service->asBinder().get(), kVelaInstance) != EX_NONE) _exit(3);
     ABinderProcess_joinThreadPool();
     return 0;
 }();
@@ -66,10 +64,10 @@ void onDied(void* cookie) {
 }  // namespace
 
 TEST(Death, KilledServiceIsNoticedOnceAndComesBackFresh) {
-    ASSERT_EQ(STATUS_OK, HostBinder_declareService(kInstance));
+    ASSERT_EQ(STATUS_OK, HostBinder_declareService(kVelaInstance));
     pid_t child = startChild("hold");
     ASSERT_GT(child, 0);
-    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);
     ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
     ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(vela->asBinder().get(), recipient.get(), &gDeaths));
@@ -99,7 +97,7 @@ TEST(Death, KilledServiceIsNoticedOnceAndComesBackFresh) {
     EXPECT_EQ(STATUS_DEAD_OBJECT, vela->resCtlRelease(1, &out).getStatus());
 
     auto waiter = std::async(std::launch::async, [] {
-        return IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
+        return IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance)));
     });
     EXPECT_EQ(std::future_status::timeout, waiter.wait_for(std::chrono::milliseconds(200)));
     child = startChild("serve");
@@ -114,36 +112,36 @@ TEST(Death, KilledServiceIsNoticedOnceAndComesBackFresh) {
 
 TEST(Death, StoppingAnInProcessServiceLooksLikeDeathToItsClients) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
-    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);
     std::atomic<int> deaths{0};
     ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
     ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(vela->asBinder().get(), recipient.get(), &deaths));
 
-    ASSERT_EQ(STATUS_OK, HostBinder_stopService(kInstance));
+    ASSERT_EQ(STATUS_OK, HostBinder_stopService(kVelaInstance));
     for (int i = 0; i < 500 && deaths == 0; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     EXPECT_EQ(1, deaths.load());
-    EXPECT_EQ(nullptr, AServiceManager_checkService(kInstance));
-    EXPECT_EQ(STATUS_NAME_NOT_FOUND, HostBinder_stopService(kInstance));
+    EXPECT_EQ(nullptr, AServiceManager_checkService(kVelaInstance));
+    EXPECT_EQ(STATUS_NAME_NOT_FOUND, HostBinder_stopService(kVelaInstance));
 
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
-    auto again = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+    auto again = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, again);
     EXPECT_TRUE(again->init().isOk());
 }
 
 TEST(Death, DeletedRecipientIsNotCalled) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
-    ndk::SpAIBinder binder(AServiceManager_checkService(kInstance));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+    ndk::SpAIBinder binder(AServiceManager_checkService(kVelaInstance));
     std::atomic<int> deaths{0};
     AIBinder_DeathRecipient* recipient = AIBinder_DeathRecipient_new(onDied);
     ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(binder.get(), recipient, &deaths));
     AIBinder_DeathRecipient_delete(recipient);
-    ASSERT_EQ(STATUS_OK, HostBinder_stopService(kInstance));
+    ASSERT_EQ(STATUS_OK, HostBinder_stopService(kVelaInstance));
     for (int i = 0; i < 100 && AIBinder_isAlive(binder.get()); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }

@@ -9,6 +9,7 @@
 #include <hostbinder/hostbinder.h>
 
 #include "FakeVela.h"
+#include "ServiceHarness.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -21,9 +22,6 @@
 using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
 
-namespace {
-constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
-}  // namespace
 
 namespace {
 
@@ -31,7 +29,7 @@ class Malformed : public ::testing::Test {
 protected:
     void SetUp() override {
         service = ndk::SharedRefBase::make<FakeVela>();
-        ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+        ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     }
 
     int rawConnect() {
@@ -104,7 +102,7 @@ protected:
     }
 
     void expectServiceStillWorks() {
-        auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+        auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
         ASSERT_NE(nullptr, vela);
         int32_t out = -1;
         service->enqueue("resCtlRelease", Answer::ok(2));

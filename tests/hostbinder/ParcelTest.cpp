@@ -7,13 +7,12 @@
 #include <hostbinder/hostbinder.h>
 
 #include "FakeVela.h"
+#include "ServiceHarness.h"
 
 using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
 
 namespace {
-
-constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
 
 VelaRequestParcel fullParcel() {
     VelaRequestParcel p{};
@@ -155,8 +154,8 @@ TEST(Parcel, StatusHeaderCarriesExceptionsButNotTransactionErrors) {
 
 TEST(Parcel, BothParcelsCrossTheWireUnchanged) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
-    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);
 
     VelaRequestParcel p = fullParcel();

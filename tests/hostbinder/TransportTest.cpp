@@ -8,6 +8,7 @@
 #include <hostbinder/hostbinder.h>
 
 #include "FakeVela.h"
+#include "ServiceHarness.h"
 
 #include <atomic>
 #include <future>
@@ -18,8 +19,6 @@ using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
 
 namespace {
-
-constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
 
 class CountingCallback : public BnVelaCallback {
 public:
@@ -46,9 +45,9 @@ class Transport : public ::testing::Test {
 protected:
     void SetUp() override {
         service = ndk::SharedRefBase::make<FakeVela>();
-        ASSERT_EQ(STATUS_OK, HostBinder_declareService(kInstance));
-        ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
-        vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
+        ASSERT_EQ(STATUS_OK, HostBinder_declareService(kVelaInstance));
+        ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+        vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance)));
         ASSERT_NE(nullptr, vela);
     }
     std::shared_ptr<FakeVela> service;
@@ -130,8 +129,8 @@ TEST(TransportCodes, MethodsUseConsecutiveCodesInDeclarationOrder) {
                 return AParcel_writeStatusHeader(out, st.get());
             });
     ndk::SpAIBinder raw(AIBinder_new(clazz, nullptr));
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kInstance));
-    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);
     ASSERT_TRUE(vela->isRemote());
 
@@ -227,10 +226,10 @@ TEST(ServiceManager, UndeclaredAndUnservedInstancesAreNotFound) {
 TEST(ServiceManager, WaitForServiceReturnsOnceTheServiceAppears) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
     auto waiter = std::async(std::launch::async, [] {
-        return ndk::SpAIBinder(AServiceManager_waitForService(kInstance));
+        return ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance));
     });
     EXPECT_EQ(std::future_status::timeout, waiter.wait_for(std::chrono::milliseconds(100)));
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kInstance));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     ndk::SpAIBinder binder = waiter.get();
     ASSERT_NE(nullptr, binder.get());
     EXPECT_EQ(STATUS_OK, AIBinder_ping(binder.get()));
@@ -243,8 +242,8 @@ TEST(ServiceManager, AWrongInterfaceIsRefused) {
                 return STATUS_OK;
             });
     ndk::SpAIBinder raw(AIBinder_new(other, nullptr));
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kInstance));
-    ndk::SpAIBinder remote(AServiceManager_checkService(kInstance));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
+    ndk::SpAIBinder remote(AServiceManager_checkService(kVelaInstance));
     ASSERT_NE(nullptr, remote.get());
     EXPECT_EQ(nullptr, IVela::fromBinder(remote));
 }
