@@ -9,9 +9,18 @@
 
 namespace velaHalclient {
 
-std::shared_ptr<IVela> g_vela_hal;
+// The lock is defined before the proxy it guards, so that it outlives the proxy at exit.
 std::shared_timed_mutex halLock;
+std::shared_ptr<IVela> g_vela_hal;
 ndk::ScopedAIBinder_DeathRecipient deathRecipient;
+
+namespace {
+// Destroyed before the proxy. A death notification may still arrive on a binder thread while
+// the process exits, so the proxy is released under the lock; a late handler finds it empty.
+struct ReleaseHalAtExit {
+    ~ReleaseHalAtExit() { dropVelaHal(); }
+} releaseHalAtExit;
+}  // namespace
 
 void get_vela_hal_and_link_to_death() {
     {
@@ -56,7 +65,7 @@ void get_vela_hal_and_link_to_death() {
 void onVelaHalDied(void* /*cookie*/) {
     std::shared_ptr<IVela> dead;
     std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
-    dead = std::move(g_vela_hal);
+    if (g_vela_hal != nullptr) dead = std::move(g_vela_hal);
     VELA_LOGE("Vela HAL Service died");
     // The last reference goes after the lock: releasing a proxy calls into the runtime.
     exclusive.unlock();
@@ -65,7 +74,7 @@ void onVelaHalDied(void* /*cookie*/) {
 void dropVelaHal() {
     std::shared_ptr<IVela> dropped;
     std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
-    dropped = std::move(g_vela_hal);
+    if (g_vela_hal != nullptr) dropped = std::move(g_vela_hal);
     exclusive.unlock();
 }
 
