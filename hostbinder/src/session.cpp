@@ -8,18 +8,29 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <thread>
 
 namespace {
 constexpr size_t kReadBufferSize = 64 * 1024;
 
-bool writeFully(int fd, const uint8_t* p, size_t size) {
-    while (size > 0) {
-        ssize_t n = ::send(fd, p, size, MSG_NOSIGNAL);
+// Writes the pieces in order with as few system calls as the socket allows.
+bool writeFully(int fd, iovec* iov, int count) {
+    while (count > 0) {
+        msghdr msg{};
+        msg.msg_iov = iov;
+        msg.msg_iovlen = static_cast<size_t>(count);
+        ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return false;
-        p += n;
-        size -= static_cast<size_t>(n);
+        auto sent = static_cast<size_t>(n);
+        while (count > 0 && sent >= iov->iov_len) {
+            sent -= iov->iov_len;
+            ++iov;
+            --count;
+        }
+        if (count > 0) {
+            iov->iov_base = static_cast<uint8_t*>(iov->iov_base) + sent;
+            iov->iov_len -= sent;
+        }
     }
     return true;
 }
@@ -112,15 +123,14 @@ void Session::proxyGone(RemoteBinder* proxy) {
         release.target = proxy->remoteId;
         release.code = proxy->acquired;
     }
-    send(release, {}, {});
+    send(release, Outgoing{});
 }
 
-binder_status_t Session::flatten(const AParcel& parcel, std::vector<uint8_t>* data,
-                                 std::vector<uint32_t>* offsets) {
-    *data = parcel.data;
-    offsets->clear();
+binder_status_t Session::flatten(const AParcel& parcel, Outgoing* out) {
+    out->data = &parcel.data;
     if (parcel.objects.empty()) return STATUS_OK;
-    std::vector<AIBinder*> exported;
+    out->patched = parcel.data;
+    out->data = &out->patched;
     std::lock_guard<std::mutex> lock(mMutex);
     if (mDead) return STATUS_DEAD_OBJECT;
     for (const ParcelObject& o : parcel.objects) {
@@ -145,9 +155,9 @@ binder_status_t Session::flatten(const AParcel& parcel, std::vector<uint8_t>* da
                 mExportIds[o.binder] = id;
             }
         }
-        memcpy(data->data() + o.offset, &kind, sizeof(kind));
-        memcpy(data->data() + o.offset + 8, &id, sizeof(id));
-        offsets->push_back(o.offset);
+        memcpy(out->patched.data() + o.offset, &kind, sizeof(kind));
+        memcpy(out->patched.data() + o.offset + 8, &id, sizeof(id));
+        out->offsets.push_back(o.offset);
     }
     return STATUS_OK;
 }
@@ -185,21 +195,19 @@ binder_status_t Session::unflatten(AParcel* parcel, const std::vector<uint32_t>&
     return result;
 }
 
-bool Session::send(const WireHeader& h, const std::vector<uint32_t>& offsets,
-                   const std::vector<uint8_t>& data) {
+bool Session::send(const WireHeader& h, const Outgoing& out) {
     WireHeader header = h;
     header.magic = kWireMagic;
-    header.objectCount = static_cast<uint32_t>(offsets.size());
-    header.dataSize = static_cast<uint32_t>(data.size());
-    std::vector<uint8_t> buffer(sizeof(header) + offsets.size() * sizeof(uint32_t) + data.size());
-    uint8_t* p = buffer.data();
-    memcpy(p, &header, sizeof(header));
-    p += sizeof(header);
-    if (!offsets.empty()) memcpy(p, offsets.data(), offsets.size() * sizeof(uint32_t));
-    p += offsets.size() * sizeof(uint32_t);
-    if (!data.empty()) memcpy(p, data.data(), data.size());
+    header.objectCount = static_cast<uint32_t>(out.offsets.size());
+    header.dataSize = out.data == nullptr ? 0 : static_cast<uint32_t>(out.data->size());
+    iovec iov[3] = {
+            {&header, sizeof(header)},
+            {const_cast<uint32_t*>(out.offsets.data()), out.offsets.size() * sizeof(uint32_t)},
+            {out.data == nullptr ? nullptr : const_cast<uint8_t*>(out.data->data()),
+             header.dataSize},
+    };
     std::lock_guard<std::mutex> lock(mWriteMutex);
-    if (!writeFully(mFd, buffer.data(), buffer.size())) {
+    if (!writeFully(mFd, iov, 3)) {
         shutdown();
         return false;
     }
@@ -211,17 +219,15 @@ void Session::sendReply(uint64_t txId, binder_status_t status, AParcel* reply) {
     h.type = kWireReply;
     h.txId = txId;
     h.status = status;
-    std::vector<uint8_t> data;
-    std::vector<uint32_t> offsets;
+    Outgoing out;
     if (status == STATUS_OK && reply != nullptr) {
-        binder_status_t flat = flatten(*reply, &data, &offsets);
+        binder_status_t flat = flatten(*reply, &out);
         if (flat != STATUS_OK) {
             h.status = flat;
-            data.clear();
-            offsets.clear();
+            out = Outgoing{};
         }
     }
-    send(h, offsets, data);
+    send(h, out);
 }
 
 binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
@@ -232,15 +238,13 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     h.target = target->remoteId;
     h.code = code;
     h.flags = flags;
-    std::vector<uint8_t> data;
-    std::vector<uint32_t> offsets;
-    binder_status_t status = flatten(*in, &data, &offsets);
+    Outgoing request;
+    binder_status_t status = flatten(*in, &request);
     if (status != STATUS_OK) return status;
-    in.reset();
 
     if (flags & FLAG_ONEWAY) {
         if (!alive()) return STATUS_DEAD_OBJECT;
-        return send(h, offsets, data) ? STATUS_OK : STATUS_DEAD_OBJECT;
+        return send(h, request) ? STATUS_OK : STATUS_DEAD_OBJECT;
     }
 
     Pending pending;
@@ -250,7 +254,8 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
         h.txId = mNextTxId++;
         mPending[h.txId] = &pending;
     }
-    send(h, offsets, data);  // a failed send ends the session, which answers `pending`
+    send(h, request);  // a failed send ends the session, which answers `pending`
+    in.reset();    // its binders need not be held while waiting for the reply
     std::unique_lock<std::mutex> lock(mMutex);
     pending.cv.wait(lock, [&] { return pending.done; });
     mPending.erase(h.txId);

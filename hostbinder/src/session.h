@@ -60,12 +60,17 @@ private:
     bool handle(const WireHeader& h, std::vector<uint32_t>& offsets, std::vector<uint8_t>& data,
                 std::function<void()>* transaction);
     void teardown();
-    bool send(const WireHeader& h, const std::vector<uint32_t>& offsets,
-              const std::vector<uint8_t>& data);
+    // What a parcel puts on the wire.
+    struct Outgoing {
+        const std::vector<uint8_t>* data = nullptr;  // the parcel's bytes, or `patched`
+        std::vector<uint8_t> patched;  // a copy with object references, only when it has any
+        std::vector<uint32_t> offsets;
+    };
+    bool send(const WireHeader& h, const Outgoing& out);
     void sendReply(uint64_t txId, binder_status_t status, AParcel* reply);
-    // Turns the parcel's objects into wire references (exporting local binders).
-    binder_status_t flatten(const AParcel& parcel, std::vector<uint8_t>* data,
-                            std::vector<uint32_t>* offsets);
+    // Turns the parcel's objects into wire references (exporting local binders). `out` refers
+    // to the parcel, which must outlive it.
+    binder_status_t flatten(const AParcel& parcel, Outgoing* out);
     // Turns wire references back into binders held by the parcel.
     binder_status_t unflatten(AParcel* parcel, const std::vector<uint32_t>& offsets);
     AIBinder* proxyForLocked(uint64_t id);
