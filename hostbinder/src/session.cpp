@@ -307,14 +307,14 @@ void Session::readLoop() {
         std::vector<uint8_t> data(h.dataSize);
         if (h.objectCount > 0 && !readFully(offsets.data(), h.objectCount * 4)) break;
         if (h.dataSize > 0 && !readFully(data.data(), h.dataSize)) break;
-        std::function<void()> transaction;
-        if (!handle(h, offsets, data, &transaction)) break;
-        if (transaction) {
+        Incoming incoming;
+        if (!handle(h, offsets, data, &incoming)) break;
+        if (incoming.target != nullptr) {
             // Another thread goes on reading, so replies to nested calls made by this
             // transaction still arrive; this thread runs the transaction at once.
             std::shared_ptr<Session> self = shared_from_this();
             ThreadPool::get().post([self] { self->readLoop(); });
-            transaction();
+            runTransaction(std::move(incoming));
             return;
         }
     }
@@ -322,7 +322,7 @@ void Session::readLoop() {
 }
 
 bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
-                     std::vector<uint8_t>& data, std::function<void()>* transaction) {
+                     std::vector<uint8_t>& data, Incoming* incoming) {
     switch (h.type) {
         case kWireRelease: {
             AIBinder* drop = nullptr;
@@ -373,25 +373,24 @@ bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
                 if (!oneway) sendReply(h.txId, status, nullptr);
                 return true;
             }
-            std::shared_ptr<Session> self = shared_from_this();
-            std::shared_ptr<AParcel> parcel = std::move(in);
-            *transaction = [self, h, target, parcel] { self->runTransaction(h, target, parcel); };
+            *incoming = Incoming{h, target, std::move(in)};
             return true;
         }
     }
     return false;
 }
 
-void Session::runTransaction(const WireHeader& h, AIBinder* target, std::shared_ptr<AParcel> in) {
+void Session::runTransaction(Incoming incoming) {
+    const WireHeader& h = incoming.header;
     CallingIdentity saved = callingIdentity();
     callingIdentity() = {mPeerUid, mPeerPid, true};
     AParcel reply;
-    binder_status_t status =
-            dispatchLocal(static_cast<LocalBinder*>(target), h.code, in.get(), &reply);
+    binder_status_t status = dispatchLocal(static_cast<LocalBinder*>(incoming.target), h.code,
+                                           incoming.in.get(), &reply);
     callingIdentity() = saved;
-    in.reset();
+    incoming.in.reset();
     if ((h.flags & FLAG_ONEWAY) == 0) sendReply(h.txId, status, &reply);
-    AIBinder_decStrong(target);
+    AIBinder_decStrong(incoming.target);
 }
 
 void Session::teardown() {

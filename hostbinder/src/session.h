@@ -11,7 +11,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -55,10 +54,16 @@ private:
     // transaction is run on this thread after the reading has been handed to another one.
     void readLoop();
     bool readFully(void* buffer, size_t size);
-    void runTransaction(const WireHeader& h, AIBinder* target, std::shared_ptr<AParcel> in);
-    // False when the connection must end. Sets *transaction for a transaction to run.
+    // An incoming transaction, resolved and ready to run.
+    struct Incoming {
+        WireHeader header;
+        AIBinder* target = nullptr;  // one strong reference, released once it has run
+        std::unique_ptr<AParcel> in;
+    };
+    void runTransaction(Incoming incoming);
+    // False when the connection must end. Fills *incoming when a transaction is to run.
     bool handle(const WireHeader& h, std::vector<uint32_t>& offsets, std::vector<uint8_t>& data,
-                std::function<void()>* transaction);
+                Incoming* incoming);
     void teardown();
     // What a parcel puts on the wire.
     struct Outgoing {
