@@ -2,10 +2,12 @@
 #include "parcel.h"
 
 #include <android/binder_ibinder.h>
+#include <android/binder_parcel_utils.h>
 
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 
 AParcel::~AParcel() { clearObjects(); }
@@ -287,23 +289,17 @@ binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status
     if (exception == EX_TRANSACTION_FAILED || exception == EX_HAS_REPLY_HEADER) {
         return STATUS_BAD_VALUE;  // never written on the wire
     }
-    std::string message;
-    auto alloc = [](void* data, int32_t length, char** buffer) -> bool {
-        auto* str = static_cast<std::string*>(data);
-        if (length <= 0) return length == -1;
-        str->resize(static_cast<size_t>(length - 1));
-        *buffer = str->data();
-        return true;
-    };
-    rc = AParcel_readString(parcel, &message, alloc);
+    std::optional<std::string> message;
+    rc = ndk::AParcel_readString(parcel, &message);
     if (rc != STATUS_OK) return rc;
+    const char* text = message ? message->c_str() : nullptr;
     if (exception == EX_SERVICE_SPECIFIC) {
         int32_t code = 0;
         rc = AParcel_readInt32(parcel, &code);
         if (rc != STATUS_OK) return rc;
-        *status = AStatus_fromServiceSpecificErrorWithMessage(code, message.c_str());
+        *status = AStatus_fromServiceSpecificErrorWithMessage(code, text);
     } else {
-        *status = AStatus_fromExceptionCodeWithMessage(exception, message.c_str());
+        *status = AStatus_fromExceptionCodeWithMessage(exception, text);
     }
     return STATUS_OK;
 }
