@@ -31,16 +31,14 @@ std::string valueOf(int32_t value) {
 }
 
 std::string trimLeft(const std::string& text, const char* set) {
-    if (text.empty()) return {};
-    if (set == nullptr || *set == '\0') return text;
+    if (set == nullptr) return text;
     size_t first = text.find_first_not_of(set);
     if (first == std::string::npos) return {};
     return text.substr(first);
 }
 
 std::string trimRight(const std::string& text, const char* set) {
-    if (text.empty()) return {};
-    if (set == nullptr || *set == '\0') return text;
+    if (set == nullptr) return text;
     size_t last = text.find_last_not_of(set);
     if (last == std::string::npos) return {};
     return text.substr(0, last + 1);
