@@ -1,8 +1,8 @@
+#include <algorithm>
 #include <iterator>
 
 #include "PaxWrapper.h"
 #include "WrapperInternal.h"
-#include "stringUtils.h"
 
 namespace {
 
@@ -221,29 +221,18 @@ constexpr size_t kActionPrefixLength = sizeof(kActionPrefix) - 1;
 // Sized exactly once from the name list; the vector never grows afterwards.
 const std::vector<std::string> gActionList(std::begin(kActionNames), std::end(kActionNames));
 
-const std::array<uint32_t, 3> opCodeTargetLoad = {0x010108a0, 0x010108b0, 0x010108c0};
-const std::array<uint32_t, 4> opCodeAdpXpuCoreBoost = {0x01010b10, 0x01010b20, 0x01010b30,
-                                                       0x01020070};
-const std::array<uint32_t, 4> opCodeAdpXpuCoreLimit = {0x01010b90, 0x01010ba0, 0x01010bb0,
-                                                       0x01020080};
-const std::array<uint32_t, 4> opCodeAdpXpuFreqBoost = {0x01010010, 0x01010020, 0x01010030,
-                                                       0x01020050};
-const std::array<uint32_t, 4> opCodeAdpXpuFreqLimit = {0x010100a0, 0x010100b0, 0x010100c0,
-                                                       0x01020060};
-
 namespace pax_wrapper {
 
 int32_t findActionId(const std::string& eventId) {
     // The prefix may stand anywhere in the name, yet exactly its length is cut from the front:
     // callers rely on this lenient test, and a name with anything before the prefix simply
     // finds no entry.
-    if (!stringUtils::contains(eventId, kActionPrefix)) return -1;
+    if (eventId.find(kActionPrefix) == std::string::npos) return -1;
     const std::string name = eventId.substr(kActionPrefixLength);
-    for (size_t id = 0; id < gActionList.size(); ++id) {
-        // First match wins, so a repeated name resolves to its lower id.
-        if (stringUtils::equals(name, gActionList[id])) return static_cast<int32_t>(id);
-    }
-    return -1;
+    // First match wins, so a repeated name resolves to its lower id.
+    const auto it = std::find(gActionList.begin(), gActionList.end(), name);
+    if (it == gActionList.end()) return -1;
+    return static_cast<int32_t>(it - gActionList.begin());
 }
 
 }  // namespace pax_wrapper

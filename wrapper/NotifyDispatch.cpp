@@ -115,7 +115,7 @@ std::optional<RuleRequest> planNotification(const Notification& n) {
     if (n.src >= kFirstTableSource && n.src <= kLastTableSource) {
         return kSourceTable[n.src - kFirstTableSource](n);
     }
-    if (n.src == kPassThroughSource) return RuleRequest{n.src, n.type, {}};
+    if (n.src == kPassThroughSource) return switchRule(n);
     if (n.src == kGameAdaptationSource) {
         if (n.type == 1 && !n.text.empty()) return RuleRequest{n.src, 1, getGameAdpList(n.text)};
         if (n.type == 0) return RuleRequest{n.src, 0, {}};

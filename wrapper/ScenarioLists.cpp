@@ -10,12 +10,12 @@ namespace {
 constexpr uint32_t kOpColocation = 0x01011040;
 constexpr uint32_t kOpGroupMigrateUp = 0x01010fb0;
 constexpr uint32_t kOpGroupMigrateDown = 0x01010fc0;
-constexpr uint32_t kOpGameUpgradeLevel = 0x01011040;
+// The service takes the game upgrade level on the colocation resource, not on one of its own.
+constexpr uint32_t kOpGameUpgradeLevel = kOpColocation;
 constexpr uint32_t kOpGameUpgradeText = 0x010115b0;
 
 // Appends "groupmigrate:<up>-<down>" when it describes a real band.
 void appendGroupMigrate(const std::string& band, std::vector<PaxClient::Resource>& out) {
-    if (!stringUtils::contains(band, "-")) return;
     const std::vector<std::string> bounds = stringUtils::split(band, "-");
     if (bounds.size() < 2) return;
     const int32_t up = stringUtils::parseInt(bounds[0]);
@@ -29,6 +29,16 @@ void appendGroupMigrate(const std::string& band, std::vector<PaxClient::Resource
 
 }  // namespace
 
+const std::array<uint32_t, 3> opCodeTargetLoad = {0x010108a0, 0x010108b0, 0x010108c0};
+const std::array<uint32_t, 4> opCodeAdpXpuCoreBoost = {0x01010b10, 0x01010b20, 0x01010b30,
+                                                       0x01020070};
+const std::array<uint32_t, 4> opCodeAdpXpuCoreLimit = {0x01010b90, 0x01010ba0, 0x01010bb0,
+                                                       0x01020080};
+const std::array<uint32_t, 4> opCodeAdpXpuFreqBoost = {0x01010010, 0x01010020, 0x01010030,
+                                                       0x01020050};
+const std::array<uint32_t, 4> opCodeAdpXpuFreqLimit = {0x010100a0, 0x010100b0, 0x010100c0,
+                                                       0x01020060};
+
 PaxClient::Resource PaxResourceInfo(uint32_t opcode, std::string value) {
     PaxClient::Resource resource;
     resource.id = opcode;
@@ -38,7 +48,6 @@ PaxClient::Resource PaxResourceInfo(uint32_t opcode, std::string value) {
 
 std::vector<PaxClient::Resource> getTargetLoadList(std::string text) {
     std::vector<PaxClient::Resource> list;
-    if (text.empty()) return list;
     const std::vector<std::string> elements = stringUtils::split(text, ",");
     // The text is "<label>-<load>" pairs when some element has a dash after its first
     // character; a leading dash is a sign, so "10,-1,30" stays a plain list in which "-1"
@@ -64,7 +73,6 @@ std::vector<PaxClient::Resource> getTargetLoadList(std::string text) {
 
 std::vector<PaxClient::Resource> getColocationList(const std::string& text) {
     std::vector<PaxClient::Resource> list;
-    if (!stringUtils::contains(text, ":")) return list;
     for (const std::string& entry : stringUtils::split(text, ",")) {
         const std::vector<std::string> keyValue = stringUtils::split(entry, ":");
         if (keyValue.size() < 2) continue;
@@ -84,7 +92,6 @@ std::vector<PaxClient::Resource> getGameAdpList(const std::string& text) {
             &opCodeAdpXpuCoreBoost, &opCodeAdpXpuCoreLimit, &opCodeAdpXpuFreqBoost,
             &opCodeAdpXpuFreqLimit};
     std::vector<PaxClient::Resource> list;
-    if (text.empty()) return list;
     const std::vector<std::string> groups = stringUtils::split(text, ";");
     for (size_t g = 0; g < groups.size() && g < kGroupTables.size(); ++g) {
         // A single value is not a valid group: the service wants the levels of several cores.
@@ -92,9 +99,8 @@ std::vector<PaxClient::Resource> getGameAdpList(const std::string& text) {
         const std::array<uint32_t, 4>& table = *kGroupTables[g];
         const std::vector<std::string> values = stringUtils::split(groups[g], ",");
         for (size_t k = 0; k < values.size() && k < table.size(); ++k) {
-            std::string value = stringUtils::trimLeft(values[k], stringUtils::WHITESPACE);
             list.push_back(PaxResourceInfo(table[k],
-                                           stringUtils::trimRight(value, stringUtils::WHITESPACE)));
+                                           stringUtils::trim(values[k], stringUtils::WHITESPACE)));
         }
     }
     return list;
