@@ -40,8 +40,6 @@ VelaCallbackClient::VelaCallbackClient(const std::shared_ptr<IClientCallbackByPa
 
 VelaCallbackClient::~VelaCallbackClient() {
     CALLBACK_LOGI("ndk backend ~VelaCallbackClient");
-    callback.reset();
-    callbackByPath.reset();
 }
 
 ndk::ScopedAStatus VelaCallbackClient::onCallback(const std::vector<VelaRequestData>& items) {
@@ -77,8 +75,7 @@ void VelaCallbackClient::deliverById(const std::vector<VelaRequestData>& items) 
     if (callback != nullptr) {
         CALLBACK_LOGI("VelaCallback::onCallback call IClientCallback onCallback is_register %d",
                       is_register ? 1 : 0);
-        std::list<PaxClient::Resource> copy = resources;
-        callback->onCallback(copy);
+        callback->onCallback(resources);
     }
 }
 
