@@ -26,10 +26,8 @@ const char* orNone(const std::string& text) {
 extern "C" PAX_EXPORT int32_t PaxEventAcquire(int32_t cmdid, const std::string& pkg,
                                               const std::string& identity, int32_t duration,
                                               std::vector<PaxClient::Resource>& resources) {
-    std::string description = " cmd_id:" + std::to_string(cmdid) + " pkg:" + orNone(pkg) +
-                              " identity:" + orNone(identity) +
-                              " duration:" + std::to_string(duration);
-    paxTraceInstant("PaxEventAcquire %s", description.c_str());
+    paxTraceInstant("PaxEventAcquire  cmd_id:%d pkg:%s identity:%s duration:%d", cmdid,
+                    orNone(pkg), orNone(identity), duration);
     PAX_LOGI("PaxEventAcquire, cmdid:%d, pkg:%s, identity:%s", cmdid, orNone(pkg),
              orNone(identity));
     if (!paxConnect()) return -1;

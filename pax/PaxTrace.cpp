@@ -13,15 +13,15 @@ extern "C" void atrace_end_body();
 namespace pax {
 
 void paxTraceInstant(const char* format, ...) {
+    // Checked first: callers are on request paths, and with tracing off the text is not needed.
+    if ((atrace_get_enabled_tags() & ATRACE_TAG_ALWAYS) == 0) return;
     char name[1024] = {};
     va_list args;
     va_start(args, format);
     vsnprintf(name, sizeof(name), format, args);
     va_end(args);
-    if ((atrace_get_enabled_tags() & ATRACE_TAG_ALWAYS) != 0) {
-        atrace_begin_body(name);
-        atrace_end_body();
-    }
+    atrace_begin_body(name);
+    atrace_end_body();
 }
 
 }  // namespace pax
