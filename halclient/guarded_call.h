@@ -4,10 +4,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <shared_mutex>
-#include <utility>
 
 #include "hal_connection.h"
 #include "halclient_log.h"

@@ -8,7 +8,6 @@ namespace velaHalclient {
 
 namespace {
 
-constexpr int32_t kResourceControl = 1;
 constexpr int32_t kSaControl = 2;
 constexpr int32_t kThermalNotify = 7;
 

@@ -12,7 +12,7 @@ bool hasText(const std::optional<std::string>& value) {
 
 }  // namespace
 
-bool checkResourceList(ResourceList& resources) {
+bool checkResourceList(const ResourceList& resources) {
     for (const PaxClient::Resource& resource : resources) {
         if ((resource.id == 0) == hasText(resource.value)) return false;
     }

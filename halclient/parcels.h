@@ -16,7 +16,7 @@ using ::aidl::vendor::norvo::hardware::vela::VelaRequestData;
 using ::aidl::vendor::norvo::hardware::vela::VelaRequestParcel;
 
 // An entry with id 0 is an empty slot and must carry no value; any other entry needs one.
-bool checkResourceList(ResourceList& resources);
+bool checkResourceList(const ResourceList& resources);
 
 // One item per resource, in list order; the id travels bit for bit.
 std::vector<VelaRequestData> buildRequestDatas(const ResourceList& resources);
@@ -27,6 +27,9 @@ std::vector<int32_t> idsOf(const ResourceList& resources);
 // is given and i is within it.
 std::vector<VelaRequestData> buildPathItems(const std::vector<std::string>& paths,
                                             const std::vector<std::string>* values);
+
+// The request kind of resource control, by opcode or by path.
+inline constexpr int32_t kResourceControl = 1;
 
 // The integers of a control request, placed as every request kind places them.
 VelaRequestParcel controlParcel(int32_t requestType, int32_t param1, int64_t param2, int32_t param4,

@@ -8,8 +8,6 @@ namespace velaHalclient {
 
 namespace {
 
-constexpr int32_t kResourceControl = 1;
-
 VelaRequestParcel pathControlParcel(int param1, int64_t param2, int param4, int param5,
                                     int param6) {
     VelaRequestParcel parcel =

@@ -13,7 +13,6 @@ namespace {
 
 constexpr int32_t kKindPowerStatus = 13;
 constexpr int32_t kKindPowerConsumption = 15;
-constexpr int32_t kOpcodePowerConsumption = 0x01011670;
 
 }  // namespace
 
@@ -29,7 +28,7 @@ extern "C" PAX_EXPORT int32_t PaxGetPowerConsis() {
             parcel.requestType = kKindPowerConsumption;
             parcel.packageName = "none";
             for (const char* value : {"0 1 35", "1 1 35", "2 1 35"}) {
-                VelaRequestData item = plainItem(kOpcodePowerConsumption);
+                VelaRequestData item = plainItem(static_cast<int32_t>(kOpcodePowerConsumption));
                 item.value = value;
                 parcel.requestDatas.push_back(std::move(item));
             }

@@ -7,11 +7,6 @@
 
 using namespace pax;
 
-namespace {
-// Answered by the power-consumption query rather than by a state request.
-constexpr uint32_t kOpcodePowerConsumption = 0x01011670;
-}  // namespace
-
 extern "C" PAX_EXPORT int32_t PaxMutiResStateRequest(std::vector<PaxClient::Resource>& resources) {
     PAX_LOGI("PaxMutiResStateRequest enter");
     if (!paxConnect()) return -1;

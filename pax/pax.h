@@ -26,6 +26,9 @@ using ::aidl::vendor::norvo::hardware::vela::VelaRequestParcel;
 
 inline constexpr const char kVelaInstance[] = "vendor.norvo.hardware.vela.IVela/default";
 
+// The power-consumption figure's opcode: answered by its own query, not by a state request.
+inline constexpr uint32_t kOpcodePowerConsumption = 0x01011670;
+
 extern std::shared_timed_mutex g_pax_hal_mutex;
 extern std::shared_ptr<IVela> g_pax_hal;
 extern AIBinder_DeathRecipient* g_pax_death_recipient;
