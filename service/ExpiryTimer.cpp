@@ -27,11 +27,6 @@ void ExpiryTimer::cancel(int32_t handle, Clock::time_point deadline) {
     mDeadlines.erase({deadline, handle});
 }
 
-size_t ExpiryTimer::armed() const {
-    std::lock_guard<std::mutex> lock(mLock);
-    return mDeadlines.size();
-}
-
 void ExpiryTimer::run() {
     std::unique_lock<std::mutex> lock(mLock);
     while (!mStopping) {

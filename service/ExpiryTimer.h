@@ -26,13 +26,12 @@ public:
 
     void arm(int32_t handle, Clock::time_point deadline);
     void cancel(int32_t handle, Clock::time_point deadline);
-    size_t armed() const;
 
 private:
     void run();
 
     const Expired mOnExpired;
-    mutable std::mutex mLock;
+    std::mutex mLock;
     std::condition_variable mWake;
     std::set<std::pair<Clock::time_point, int32_t>> mDeadlines;
     bool mStopping = false;

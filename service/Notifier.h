@@ -22,7 +22,6 @@ public:
     // Blocks until everything posted so far has run. Not from a task.
     void drain();
     size_t pending() const;
-    bool onNotifierThread() const { return std::this_thread::get_id() == mThread.get_id(); }
 
 private:
     void run();

@@ -20,11 +20,6 @@ void ResourceTable::setDefault(const ResourceKey& key, std::string value) {
     mSlots[key].defaultValue = std::move(value);
 }
 
-std::optional<std::string> ResourceTable::defaultOf(const ResourceKey& key) const {
-    auto it = mSlots.find(key);
-    return it == mSlots.end() ? std::nullopt : it->second.defaultValue;
-}
-
 std::optional<std::string> ResourceTable::valueIn(const Slot& slot) {
     if (!slot.claims.empty()) return slot.claims.back().value;
     return slot.defaultValue;

@@ -60,7 +60,6 @@ public:
 
     // The value a resource shows when nobody holds it.
     void setDefault(const ResourceKey& key, std::string value);
-    std::optional<std::string> defaultOf(const ResourceKey& key) const;
 
     // Replaces whatever `holder` claimed before by `values` (a later duplicate of a key wins
     // over an earlier one) as the most recent claims, and reports the resources whose value

@@ -133,43 +133,45 @@ VelaService::~VelaService() {
 // --- Requests ---------------------------------------------------------------------------
 
 ::ndk::ScopedAStatus VelaService::init() {
-    std::lock_guard<std::mutex> lock(mLock);
-    ++mInits;
     LOGI("init from pid %d", AIBinder_getCallingPid());
     return ::ndk::ScopedAStatus::ok();
 }
 
 ::ndk::ScopedAStatus VelaService::resCtlRequest(const VelaRequestParcel& request, int32_t* out) {
-    std::lock_guard<std::mutex> lock(mLock);
+    std::vector<std::string> dump;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        *out = controlLocked(request, &dump);
+    }
+    // A dump can run to thousands of lines: writing them must not hold up other clients.
+    for (const std::string& line : dump) LOGI("%s", line.c_str());
+    return ::ndk::ScopedAStatus::ok();
+}
+
+int32_t VelaService::controlLocked(const VelaRequestParcel& request,
+                                   std::vector<std::string>* dump) {
     if (request.requestDatas.size() > kMaxItems) {
-        *out = rejectLocked(kVelaBadRequest,
+        return rejectLocked(kVelaBadRequest,
                             "request of kind " + std::to_string(request.requestType) + " with " +
                                     std::to_string(request.requestDatas.size()) +
                                     " items (at most " + std::to_string(kMaxItems) + ")");
-        return ::ndk::ScopedAStatus::ok();
     }
     switch (request.requestType) {
         case kKindControl:
         case kKindSaControl:
         case kKindEvent:
         case kKindPlatform:
-            *out = acquireLocked(request);
-            break;
+            return acquireLocked(request);
         case kKindDiagnostic:
-            *out = diagnosticLocked(request);
-            break;
+            return diagnosticLocked(request, dump);
         case kKindThermal:
-            *out = thermalNotifyLocked(request);
-            break;
+            return thermalNotifyLocked(request);
         case kKindNotify:
-            *out = notifyLocked(request);
-            break;
+            return notifyLocked(request);
         default:
-            *out = rejectLocked(kVelaUnsupportedKind, "resCtlRequest: unsupported request kind " +
+            return rejectLocked(kVelaUnsupportedKind, "resCtlRequest: unsupported request kind " +
                                                               std::to_string(request.requestType));
-            break;
     }
-    return ::ndk::ScopedAStatus::ok();
 }
 
 bool VelaService::readResources(const std::vector<VelaRequestData>& items, size_t first,
@@ -257,8 +259,9 @@ int32_t VelaService::acquireLocked(const VelaRequestParcel& parcel) {
     const int32_t handle = request.handle;
     std::vector<Change> changes = mTable.hold(Holder::request(handle), request.resources);
     ++mCounters.granted;
-    LOGI("acquire %s", describeLocked(request).c_str());
-    recordLocked("acquire " + describeLocked(request));
+    const std::string description = describeLocked(request);
+    LOGI("acquire %s", description.c_str());
+    recordLocked("acquire " + description);
 
     if (parcel.callback != nullptr) {
         // One answer per request: the values in force for what it asked, once it took effect.
@@ -267,10 +270,7 @@ int32_t VelaService::acquireLocked(const VelaRequestParcel& parcel) {
         for (const auto& entry : request.resources) {
             if (seen.insert(entry.first).second) answer.push_back(itemFor(entry.first));
         }
-        std::shared_ptr<IVelaCallback> callback = parcel.callback;
-        mNotifier->post([this, callback, answer = std::move(answer)]() mutable {
-            deliver(0, std::move(callback), std::move(answer));
-        });
+        queueDelivery(0, parcel.callback, std::move(answer));
     }
     mRequests.emplace(handle, std::move(request));
     publishLocked(changes);
@@ -291,13 +291,11 @@ int32_t VelaService::releaseLocked(int32_t handle, const char* why) {
                 std::string(why) + ": no active request with handle " + std::to_string(handle));
     }
     if (it->second.deadline) mTimer->cancel(handle, *it->second.deadline);
-    std::vector<Change> changes = mTable.drop(Holder::request(handle));
     LOGI("%s handle %d (%s)", why, handle,
          counted(it->second.resources.size(), "resource").c_str());
     recordLocked(std::string(why) + " handle " + std::to_string(handle));
-    mRequests.erase(it);
     ++mCounters.released;
-    publishLocked(changes);
+    endRequestLocked(it);
     return kVelaOk;
 }
 
@@ -305,12 +303,16 @@ void VelaService::onExpired(int32_t handle, Clock::time_point deadline) {
     std::lock_guard<std::mutex> lock(mLock);
     auto it = mRequests.find(handle);
     if (it == mRequests.end() || it->second.deadline != deadline) return;
-    std::vector<Change> changes = mTable.drop(Holder::request(handle));
     LOGI("expire handle %d after %" PRId64 " ms", handle, it->second.durationMs);
     recordLocked("expire handle " + std::to_string(handle) + " after " +
                  std::to_string(it->second.durationMs) + " ms");
-    mRequests.erase(it);
     ++mCounters.expired;
+    endRequestLocked(it);
+}
+
+void VelaService::endRequestLocked(std::map<int32_t, Request>::iterator request) {
+    std::vector<Change> changes = mTable.drop(Holder::request(request->first));
+    mRequests.erase(request);
     publishLocked(changes);
 }
 
@@ -352,14 +354,15 @@ void VelaService::onExpired(int32_t handle, Clock::time_point deadline) {
     return ::ndk::ScopedAStatus::ok();
 }
 
-int32_t VelaService::diagnosticLocked(const VelaRequestParcel& request) {
+int32_t VelaService::diagnosticLocked(const VelaRequestParcel& request,
+                                      std::vector<std::string>* dump) {
     if (request.requestDatas.size() != 1) {
         return rejectLocked(kVelaBadRequest, "diagnostic request needs exactly one item, got " +
                                                      std::to_string(request.requestDatas.size()));
     }
     const int32_t code = request.requestDatas[0].id;
     if (code >= kDumpToDoQueue && code <= kDumpRecords) {
-        for (const std::string& line : dumpLinesLocked(code)) LOGI("%s", line.c_str());
+        *dump = dumpLinesLocked(code);
         return kVelaDone;
     }
     if (code == kHistoryOn || code == kHistoryOff) {
@@ -389,9 +392,8 @@ int32_t VelaService::thermalNotifyLocked(const VelaRequestParcel& request) {
         mThermalLevels[level.id] = *level.value;
         text += " " + std::to_string(level.id) + "=" + *level.value;
     }
-    const int32_t sequence = mThermalSequence == INT32_MAX ? 1 : ++mThermalSequence;
-    mThermalSequence = sequence;
-    LOGI("thermal notification %d:%s", sequence, text.c_str());
+    mThermalSequence = mThermalSequence == INT32_MAX ? 1 : mThermalSequence + 1;
+    LOGI("thermal notification %d:%s", mThermalSequence, text.c_str());
     recordLocked("thermal" + text);
     for (const auto& [handle, listener] : mListeners) {
         if (!listener.thermal) continue;
@@ -399,13 +401,9 @@ int32_t VelaService::thermalNotifyLocked(const VelaRequestParcel& request) {
         for (const VelaRequestData& level : levels) {
             if (listener.thermalIds.count(level.id) != 0) mine.push_back(level);
         }
-        if (mine.empty()) continue;
-        std::shared_ptr<IVelaCallback> callback = listener.callback;
-        mNotifier->post([this, handle = handle, callback, mine = std::move(mine)]() mutable {
-            deliver(handle, std::move(callback), std::move(mine));
-        });
+        if (!mine.empty()) queueDelivery(handle, listener.callback, std::move(mine));
     }
-    return sequence;
+    return mThermalSequence;
 }
 
 int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
@@ -426,7 +424,6 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 
 ::ndk::ScopedAStatus VelaService::setRelatedSysInfo(int32_t info, int64_t value, int32_t* out) {
     std::lock_guard<std::mutex> lock(mLock);
-    mSysInfo[info] = value;
     LOGI("related system info %d = %" PRId64, info, value);
     recordLocked("sysinfo " + std::to_string(info) + "=" + std::to_string(value));
     *out = kVelaOk;
@@ -545,7 +542,8 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     } else if (value.size() > kMaxPropertyValue) {
         *out = rejectLocked(kVelaBadRequest, "property " + key + ": value of " +
                                                      std::to_string(value.size()) +
-                                                     " bytes (at most 255)");
+                                                     " bytes (at most " +
+                                                     std::to_string(kMaxPropertyValue) + ")");
     } else {
         mProperties[key] = value;
         LOGI("property %s = %s", key.c_str(), value.c_str());
@@ -568,14 +566,17 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     std::string why;
     if (request.requestDatas.size() > kMaxItems) {
         why = std::to_string(request.requestDatas.size()) + " items";
-    }
-    for (const VelaRequestData& item : request.requestDatas) {
-        if (!why.empty()) break;
-        if (item.id != 0) {
-            listener.keys.push_back(ResourceKey::ofOpcode(static_cast<uint32_t>(item.id)));
-        } else if (item.value2 && !item.value2->empty()) {
-            if (!isAcceptablePath(*item.value2)) why = "path refused";
-            listener.keys.push_back(ResourceKey::ofPath(*item.value2));
+    } else {
+        for (const VelaRequestData& item : request.requestDatas) {
+            if (item.id != 0) {
+                listener.keys.push_back(ResourceKey::ofOpcode(static_cast<uint32_t>(item.id)));
+            } else if (item.value2 && !item.value2->empty()) {
+                if (!isAcceptablePath(*item.value2)) {
+                    why = "path refused";
+                    break;
+                }
+                listener.keys.push_back(ResourceKey::ofPath(*item.value2));
+            }
         }
     }
     if (!why.empty()) {
@@ -713,6 +714,7 @@ void VelaService::onClientDied(void* cookie) {
 
 void VelaService::publishLocked(const std::vector<Change>& changes) {
     if (changes.empty()) return;
+    // Written under the lock on purpose: the files must change in the order the values did.
     if (mMirror) {
         for (const Change& change : changes) {
             std::string error;
@@ -730,12 +732,16 @@ void VelaService::publishLocked(const std::vector<Change>& changes) {
                 items.push_back(itemFor(change.key));
             }
         }
-        if (items.empty()) continue;
-        std::shared_ptr<IVelaCallback> callback = listener.callback;
-        mNotifier->post([this, handle = handle, callback, items = std::move(items)]() mutable {
-            deliver(handle, std::move(callback), std::move(items));
-        });
+        if (!items.empty()) queueDelivery(handle, listener.callback, std::move(items));
     }
+}
+
+void VelaService::queueDelivery(int32_t listener, std::shared_ptr<IVelaCallback> callback,
+                                std::vector<VelaRequestData> items) {
+    mNotifier->post([this, listener, callback = std::move(callback),
+                     items = std::move(items)]() mutable {
+        deliver(listener, std::move(callback), std::move(items));
+    });
 }
 
 void VelaService::deliver(int32_t listener, std::shared_ptr<IVelaCallback> callback,
@@ -793,7 +799,7 @@ void VelaService::recordLocked(std::string text) {
 
 std::string VelaService::nameOf(const ResourceKey& key) const {
     const ResourceInfo* info = mConfig.infoFor(key);
-    return info != nullptr && !info->name.empty() ? info->name : std::string();
+    return info != nullptr ? info->name : std::string();
 }
 
 std::string VelaService::describeLocked(const Request& request) const {
@@ -827,11 +833,6 @@ std::optional<std::string> VelaService::valueOf(const ResourceKey& key) const {
     return mTable.valueOf(key);
 }
 
-std::optional<Holder> VelaService::holderOf(const ResourceKey& key) const {
-    std::lock_guard<std::mutex> lock(mLock);
-    return mTable.holderOf(key);
-}
-
 void VelaService::waitForDeliveries() {
     mNotifier->drain();
 }
@@ -844,11 +845,6 @@ VelaService::Stats VelaService::stats() const {
     stats.rules = mRules.size();
     stats.recording = mRecording;
     return stats;
-}
-
-std::vector<std::string> VelaService::dumpLines(int32_t code) const {
-    std::lock_guard<std::mutex> lock(mLock);
-    return dumpLinesLocked(code);
 }
 
 std::vector<std::string> VelaService::dumpLinesLocked(int32_t code) const {

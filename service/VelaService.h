@@ -124,11 +124,7 @@ public:
     // Blocks until every callback queued so far has been delivered (or has failed).
     void waitForDeliveries();
     std::optional<std::string> valueOf(const ResourceKey& key) const;
-    std::optional<Holder> holderOf(const ResourceKey& key) const;
-    // The lines a diagnostic dump writes to the log; empty for an unknown code.
-    std::vector<std::string> dumpLines(int32_t code) const;
     const ScenarioConfig& config() const { return mConfig; }
-    const SysfsMirror* mirror() const { return mMirror.get(); }
 
     struct Stats {
         size_t requests = 0;   // active now
@@ -176,9 +172,13 @@ private:
         ResourceTable::Values resources;
     };
 
+    // A diagnostic request leaves its lines in `dump`, for the caller to log once unlocked.
+    int32_t controlLocked(const VelaRequestParcel& request, std::vector<std::string>* dump);
     int32_t acquireLocked(const VelaRequestParcel& request);
     int32_t releaseLocked(int32_t handle, const char* why);
-    int32_t diagnosticLocked(const VelaRequestParcel& request);
+    // What a release and an expiry share once they have logged and counted.
+    void endRequestLocked(std::map<int32_t, Request>::iterator request);
+    int32_t diagnosticLocked(const VelaRequestParcel& request, std::vector<std::string>* dump);
     int32_t thermalNotifyLocked(const VelaRequestParcel& request);
     int32_t notifyLocked(const VelaRequestParcel& request);
     ::ndk::ScopedAStatus stateLocked(const VelaRequestParcel& request,
@@ -196,6 +196,9 @@ private:
 
     // Mirrors the changes and queues the listeners' callbacks.
     void publishLocked(const std::vector<Change>& changes);
+    // Listener 0: a request's one-shot callback.
+    void queueDelivery(int32_t listener, std::shared_ptr<IVelaCallback> callback,
+                       std::vector<VelaRequestData> items);
     void deliver(int32_t listener, std::shared_ptr<IVelaCallback> callback,
                  std::vector<VelaRequestData> items);
     void onExpired(int32_t handle, Clock::time_point deadline);
@@ -220,13 +223,11 @@ private:
     std::map<int32_t, Listener> mListeners;
     std::map<int32_t, Rule> mRules;
     std::map<std::string, std::string> mProperties;
-    std::map<int32_t, int64_t> mSysInfo;
     std::map<int32_t, std::string> mThermalLevels;
     std::deque<std::string> mHistory;
     bool mRecording = false;
     int32_t mNextHandle = 1;
     int32_t mThermalSequence = 0;
-    uint64_t mInits = 0;
     Stats mCounters;
 
     // Declared last: their threads call back into the state above, so they go first.
