@@ -15,7 +15,6 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 #include "Embedded.h"
@@ -94,6 +93,36 @@ std::vector<Resource> toVector(const std::vector<ResourceArg>& args, const std::
     return out;
 }
 
+std::vector<std::string> pathsOf(const std::vector<ResourceArg>& args) {
+    std::vector<std::string> paths;
+    for (const auto& arg : args) paths.push_back(arg.path);
+    return paths;
+}
+
+// The --map form: a path-to-value map, a missing value standing as an empty one.
+std::map<std::string, std::string> pathMap(const std::vector<ResourceArg>& args) {
+    std::map<std::string, std::string> map;
+    for (const auto& arg : args) {
+        if (!arg.isPath()) throw UsageError{"--map takes paths only"};
+        map[arg.path] = arg.value.value_or("");
+    }
+    return map;
+}
+
+// Resources as a result: one line each, or a JSON array.
+struct ResourceListing {
+    explicit ResourceListing(const Context& context) : ctx(context) {}
+
+    const Context& ctx;
+    std::string text;
+    Json::Value items{Json::arrayValue};
+
+    void add(uint32_t opcode, const std::string& path, const std::optional<std::string>& value) {
+        text += (text.empty() ? "" : "\n") + resourceLine(ctx, opcode, path, value);
+        items.append(resourceJson(ctx, opcode, path, value));
+    }
+};
+
 // Receives listener callbacks and one-shot answers, prints them, and counts them.
 class Printer : public velaHalclient::IClientCallback, public velaHalclient::IClientCallbackByPath {
 public:
@@ -164,14 +193,22 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeou
     return true;
 }
 
-// The common end of a control request: report the handle, and with a callback wait (bounded)
-// for the service's answer to arrive through it.
-int finishRequest(Context& ctx, const std::string& what, int32_t handle, Printer& printer,
-                  bool callback, const std::string& timeout) {
+// The common end of a request that answers a handle: a failure, or the handle noted for
+// $handle and printed.
+int reportHandle(Context& ctx, const std::string& what, int32_t handle) {
     if (handle < 1) return failed(ctx, what, handle);
-    printer.setHandle(handle);
     ctx.lastHandle = handle;
     printHandle(ctx, handle);
+    return kExitOk;
+}
+
+// A control request's end: report the handle, and with a callback wait (bounded) for the
+// service's answer to arrive through it.
+int finishRequest(Context& ctx, const std::string& what, int32_t handle, Printer& printer,
+                  bool callback, const std::string& timeout) {
+    // Before the handle is out, so that an early callback prints under it.
+    printer.setHandle(handle);
+    if (int rc = reportHandle(ctx, what, handle); rc != kExitOk) return rc;
     if (callback && !waitFor([&] { return printer.heard() > 0; },
                              std::chrono::milliseconds(parseInt(timeout, "timeout")))) {
         ctx.out.error("no answer from the service within " + timeout + " ms");
@@ -404,10 +441,7 @@ void Commands::defineLibraryCommands() {
                                           "res-acquire");
                 const int32_t handle = PaxResAcquire(resources, nullptr, a.identity,
                                                      parseInt(a.duration, "duration"));
-                if (handle < 1) return failed(ctx, "res-acquire", handle);
-                ctx.lastHandle = handle;
-                printHandle(ctx, handle);
-                return kExitOk;
+                return reportHandle(ctx, "res-acquire", handle);
             });
     resAcquire->add_option("resources", a.items, "OPCODE=VALUE ...")->required();
     resAcquire->add_option("--identity", a.identity, "identity text");
@@ -420,10 +454,7 @@ void Commands::defineLibraryCommands() {
                                           "platform-acquire");
                 const int32_t handle = PaxPlatformResAcquire(resources, nullptr, a.identity, a.pkg,
                                                              parseInt(a.duration, "duration"));
-                if (handle < 1) return failed(ctx, "platform-acquire", handle);
-                ctx.lastHandle = handle;
-                printHandle(ctx, handle);
-                return kExitOk;
+                return reportHandle(ctx, "platform-acquire", handle);
             });
     platform->add_option("resources", a.items, "OPCODE=VALUE ...")->required();
     platform->add_option("--pkg", a.pkg, "package name");
@@ -520,49 +551,40 @@ void Commands::defineLibraryCommands() {
                 const auto args = parseResources(
                         a.items, ctx.config, a.map ? ValueRule::kOptional : ValueRule::kForbidden);
                 if (args.empty()) throw UsageError{"name at least one resource"};
-                Json::Value items(Json::arrayValue);
-                std::string text;
-                auto add = [&](uint32_t opcode, const std::string& path,
-                               const std::optional<std::string>& value) {
-                    text += (text.empty() ? "" : "\n") + resourceLine(ctx, opcode, path, value);
-                    items.append(resourceJson(ctx, opcode, path, value));
-                };
+                ResourceListing listing(ctx);
                 if (a.map) {
-                    std::map<std::string, std::string> in, out;
-                    for (const auto& arg : args) {
-                        if (!arg.isPath()) throw UsageError{"--map takes paths only"};
-                        in[arg.path] = arg.value.value_or("");
-                    }
-                    const int rc = velaHalclient::vela_res_state_request_map_by_path(in, 0, out);
+                    std::map<std::string, std::string> out;
+                    const int rc = velaHalclient::vela_res_state_request_map_by_path(pathMap(args),
+                                                                                     0, out);
                     if (rc < 0) return failed(ctx, "state --map", rc);
-                    for (const auto& [path, value] : out) add(0, path, value);
+                    for (const auto& [path, value] : out) listing.add(0, path, value);
                 } else if (allPaths(args)) {
-                    std::vector<std::string> paths, out;
-                    for (const auto& arg : args) paths.push_back(arg.path);
+                    const std::vector<std::string> paths = pathsOf(args);
+                    std::vector<std::string> out;
                     const int rc = velaHalclient::vela_res_state_request_by_path(paths, {}, 0, out);
                     if (rc < 0) return failed(ctx, "state", rc);
                     for (size_t i = 0; i < paths.size() && i < out.size(); ++i) {
-                        add(0, paths[i], out[i]);
+                        listing.add(0, paths[i], out[i]);
                     }
                 } else if (a.single) {
                     if (args.size() != 1) throw UsageError{"--single takes exactly one opcode"};
                     std::string out = "\x01";  // tells "left alone" from an empty answer
                     PaxResStateRequest(args[0].opcode, out);
                     if (out == "\x01") return failed(ctx, "state --single", -1);
-                    add(args[0].opcode, "", out);
+                    listing.add(args[0].opcode, "", out);
                 } else if (a.pax) {
                     auto resources = toVector(args, "state --pax");
                     const int32_t rc = PaxMutiResStateRequest(resources);
                     if (rc < 0) return failed(ctx, "state --pax", rc);
-                    for (const auto& r : resources) add(r.id, "", r.value);
+                    for (const auto& r : resources) listing.add(r.id, "", r.value);
                 } else {
                     auto request = toList(args);
                     velaHalclient::ResourceList reply;
                     const int rc = velaHalclient::velaResStateRequest(request, 0, reply);
                     if (rc < 0) return failed(ctx, "state", rc);
-                    for (const auto& r : reply) add(r.id, "", r.value);
+                    for (const auto& r : reply) listing.add(r.id, "", r.value);
                 }
-                ctx.out.result(text, items);
+                ctx.out.result(listing.text, listing.items);
                 return kExitOk;
             });
     state->add_option("resources", a.items, "OPCODE, NAME or /PATH (PATH=VALUE with --map)")
@@ -595,18 +617,11 @@ void Commands::defineLibraryCommands() {
                         on += " " + describeResource(arg.opcode, arg.path, ctx.config);
                     }
                     if (a.map) {
-                        std::map<std::string, std::string> in;
-                        for (const auto& arg : args) {
-                            if (!arg.isPath()) throw UsageError{"--map takes paths only"};
-                            in[arg.path] = arg.value.value_or("");
-                        }
-                        handle = velaHalclient::vela_res_listening_register_map_by_path(in, 0,
-                                                                                        printer);
+                        handle = velaHalclient::vela_res_listening_register_map_by_path(
+                                pathMap(args), 0, printer);
                     } else if (allPaths(args)) {
-                        std::vector<std::string> paths;
-                        for (const auto& arg : args) paths.push_back(arg.path);
-                        handle = velaHalclient::vela_res_listening_register_by_path(paths, 0,
-                                                                                    printer);
+                        handle = velaHalclient::vela_res_listening_register_by_path(pathsOf(args),
+                                                                                    0, printer);
                     } else {
                         auto list = toList(args);
                         handle = velaHalclient::velaResListeningRegister(list, 0, printer);
@@ -862,13 +877,9 @@ void Commands::defineLibraryCommands() {
         std::vector<Resource> out;
         const int32_t rc = Pax_fetch_dataset(out);
         if (rc < 0) return failed(ctx, "dataset", rc);
-        std::string text;
-        Json::Value items(Json::arrayValue);
-        for (const auto& r : out) {
-            text += (text.empty() ? "" : "\n") + resourceLine(ctx, r.id, "", r.value);
-            items.append(resourceJson(ctx, r.id, "", r.value));
-        }
-        ctx.out.result(text, items);
+        ResourceListing listing(ctx);
+        for (const auto& r : out) listing.add(r.id, "", r.value);
+        ctx.out.result(listing.text, listing.items);
         return kExitOk;
     });
     add("power", "power consumption (PaxGetPowerConsis)", true, [&] {
@@ -906,13 +917,10 @@ void Commands::defineLibraryCommands() {
                                                                        "game-adp", "game-upgrade"}),
                                          kExitUnknownName};
                     }
-                    std::string text;
-                    Json::Value items(Json::arrayValue);
-                    for (const auto& r : list) {
-                        text += (text.empty() ? "" : "\n") + resourceLine(ctx, r.id, "", r.value);
-                        items.append(resourceJson(ctx, r.id, "", r.value));
-                    }
-                    ctx.out.result(text.empty() ? "(empty list)" : text, items);
+                    ResourceListing listing(ctx);
+                    for (const auto& r : list) listing.add(r.id, "", r.value);
+                    ctx.out.result(listing.text.empty() ? "(empty list)" : listing.text,
+                                   listing.items);
                     return kExitOk;
                 });
     build->add_option("kind", a.target, "target-load, colocation, game-adp or game-upgrade")

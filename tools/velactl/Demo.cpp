@@ -2,7 +2,6 @@
 // service and checks, as it goes, that the service did what the tour says.
 #include <velaHalclient.h>
 
-#include <functional>
 #include <optional>
 
 #include "Commands.h"

@@ -19,9 +19,6 @@ public:
             std::string* error);
     ~EmbeddedService();
 
-    aidl::vendor::norvo::hardware::vela::impl::VelaService& service() { return *mService; }
-    const std::string& directory() const { return mDirectory; }
-
 private:
     EmbeddedService() = default;
 
