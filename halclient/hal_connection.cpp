@@ -34,9 +34,10 @@ void get_vela_hal_and_link_to_death() {
     std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
     // The lock was dropped in between, so another thread may have connected meanwhile; that
     // case is reported with the same line as an undeclared service.
-    if (g_vela_hal != nullptr || !AServiceManager_isDeclared(kVelaInstance)) {
-        VELA_LOGE("Vela is not declared, AServiceManager_isDeclared:%d",
-                  AServiceManager_isDeclared(kVelaInstance) ? 1 : 0);
+    const bool connected = g_vela_hal != nullptr;
+    const bool declared = AServiceManager_isDeclared(kVelaInstance);
+    if (connected || !declared) {
+        VELA_LOGE("Vela is not declared, AServiceManager_isDeclared:%d", declared ? 1 : 0);
         return;
     }
 
@@ -63,18 +64,16 @@ void get_vela_hal_and_link_to_death() {
 }
 
 void onVelaHalDied(void* /*cookie*/) {
-    std::shared_ptr<IVela> dead;
-    std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
-    if (g_vela_hal != nullptr) dead = std::move(g_vela_hal);
+    // Logged once the proxy is gone, so that whoever sees the line also sees no proxy.
+    dropVelaHal();
     VELA_LOGE("Vela HAL Service died");
-    // The last reference goes after the lock: releasing a proxy calls into the runtime.
-    exclusive.unlock();
 }
 
 void dropVelaHal() {
     std::shared_ptr<IVela> dropped;
     std::unique_lock<std::shared_timed_mutex> exclusive(halLock);
-    if (g_vela_hal != nullptr) dropped = std::move(g_vela_hal);
+    dropped = std::move(g_vela_hal);
+    // The last reference goes after the lock: releasing a proxy calls into the runtime.
     exclusive.unlock();
 }
 

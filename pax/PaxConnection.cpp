@@ -12,16 +12,21 @@ std::shared_ptr<IVela> g_pax_hal;
 AIBinder_DeathRecipient* g_pax_death_recipient = nullptr;
 
 namespace {
+
+void releaseHal() {
+    std::shared_ptr<IVela> released;
+    std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
+    released = std::move(g_pax_hal);
+    // The last reference goes after the lock: releasing a proxy calls into the runtime.
+    lock.unlock();
+}
+
 // Destroyed before the handle. A death notification may still be arriving on a binder thread
 // at exit, so the handle is released under the lock; a late handler then only finds it empty.
 struct ReleaseHalAtExit {
-    ~ReleaseHalAtExit() {
-        std::shared_ptr<IVela> last;
-        std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
-        last = std::move(g_pax_hal);
-        lock.unlock();
-    }
+    ~ReleaseHalAtExit() { releaseHal(); }
 } releaseHalAtExit;
+
 }  // namespace
 
 int32_t pax_get_vela_hal_and_link_to_death() {
@@ -39,8 +44,7 @@ int32_t pax_get_vela_hal_and_link_to_death() {
         // Two callers that both found no handle both connect; the later handle wins.
         std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
         if (!AServiceManager_isDeclared(kVelaInstance)) {
-            PAX_LOGE("Vela is not declared, AServiceManager_isDeclared:%d",
-                     AServiceManager_isDeclared(kVelaInstance) ? 1 : 0);
+            PAX_LOGE("Vela is not declared, AServiceManager_isDeclared:0");
             return -1;
         }
         previous = std::move(g_pax_hal);
@@ -67,11 +71,9 @@ int32_t pax_get_vela_hal_and_link_to_death() {
 }
 
 void pax_vela_hal_died(void* /*cookie*/) {
-    std::shared_ptr<IVela> dead;
-    std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
-    if (g_pax_hal) dead = std::move(g_pax_hal);
+    // Logged once the handle is gone, so that whoever sees the line also sees no handle.
+    releaseHal();
     PAX_LOGE("Vela HAL Service died");
-    lock.unlock();
 }
 
 bool paxConnect() {
@@ -82,10 +84,7 @@ bool paxConnect() {
 
 void paxDropHal(const char* name) {
     PAX_LOGE("%s() failed : vela HAL service not available", name);
-    std::shared_ptr<IVela> dropped;
-    std::unique_lock<std::shared_timed_mutex> lock(g_pax_hal_mutex);
-    dropped = std::move(g_pax_hal);
-    lock.unlock();
+    releaseHal();
 }
 
 }  // namespace pax
