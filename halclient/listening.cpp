@@ -12,15 +12,13 @@ int velaResListeningRegister(ResourceList& resources, int param6,
                              const std::shared_ptr<IClientCallback>& callback) {
     // The failure line names the map registration; log readers know it by that name.
     return registerListener(
-            "velaResListeningRegister", "vela_res_listening_register_map", false,
+            "velaResListeningRegister", "vela_res_listening_register_map",
             [&](VelaRequestParcel& parcel, VelaCallbackGroup& candidate) {
                 parcel.param6 = param6;
                 parcel.requestDatas = buildRequestDatas(resources);
                 candidate.ids = idsOf(resources);
             },
-            [&callback] {
-                return ndk::SharedRefBase::make<VelaCallbackClient>(callback, true, false);
-            });
+            callback);
 }
 
 int velaResListeningUnRegister(int handle) {

@@ -1,5 +1,6 @@
 #include "listening_registry.h"
 
+#include <type_traits>
 #include <utility>
 
 #include "guarded_call.h"
@@ -19,10 +20,10 @@ bool isRegistered(const VelaCallbackGroup& candidate, bool byPath) {
     return false;
 }
 
-}  // namespace
-
-int registerListener(const char* entryLine, const char* failName, bool byPath,
-                     const PrepareListener& prepare, const MakeListeningClient& makeClient) {
+template <typename Receiver>
+int registerFor(const char* entryLine, const char* failName, const PrepareListener& prepare,
+                const std::shared_ptr<Receiver>& receiver) {
+    constexpr bool byPath = std::is_same_v<Receiver, IClientCallbackByPath>;
     int32_t handle = -1;
     VelaCallbackGroup candidate;
     std::shared_ptr<VelaCallbackClient> client;
@@ -40,7 +41,7 @@ int registerListener(const char* entryLine, const char* failName, bool byPath,
                     VELA_LOGE("Same callback interface registered already");
                     return std::nullopt;
                 }
-                client = makeClient();
+                client = ndk::SharedRefBase::make<VelaCallbackClient>(receiver, true, false);
                 return hal.resListeningRegister(parcel, client, &handle);
             },
             // Released before a failure drops the proxy: a registration waits for this mutex
@@ -55,6 +56,18 @@ int registerListener(const char* entryLine, const char* failName, bool byPath,
                 registry.unlock();
             });
     return handle;
+}
+
+}  // namespace
+
+int registerListener(const char* entryLine, const char* failName, const PrepareListener& prepare,
+                     const std::shared_ptr<IClientCallback>& receiver) {
+    return registerFor(entryLine, failName, prepare, receiver);
+}
+
+int registerListener(const char* entryLine, const char* failName, const PrepareListener& prepare,
+                     const std::shared_ptr<IClientCallbackByPath>& receiver) {
+    return registerFor(entryLine, failName, prepare, receiver);
 }
 
 }  // namespace velaHalclient

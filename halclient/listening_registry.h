@@ -31,11 +31,13 @@ extern std::vector<VelaCallbackGroup> listening_callbacks;
 using PrepareListener =
         std::function<void(::aidl::vendor::norvo::hardware::vela::VelaRequestParcel& parcel,
                            VelaCallbackGroup& candidate)>;
-using MakeListeningClient = std::function<std::shared_ptr<VelaCallbackClient>()>;
 
-// Registers a resource listener unless a group with the same key exists already; the client
-// is only made once the key is known to be new. Returns the service's handle, or -1.
-int registerListener(const char* entryLine, const char* failName, bool byPath,
-                     const PrepareListener& prepare, const MakeListeningClient& makeClient);
+// Registers a resource listener for `receiver` unless a group with the same key exists
+// already; the key is the ids for a receiver by opcode and the paths for one by path. The
+// client is only made once the key is known to be new. Returns the service's handle, or -1.
+int registerListener(const char* entryLine, const char* failName, const PrepareListener& prepare,
+                     const std::shared_ptr<IClientCallback>& receiver);
+int registerListener(const char* entryLine, const char* failName, const PrepareListener& prepare,
+                     const std::shared_ptr<IClientCallbackByPath>& receiver);
 
 }  // namespace velaHalclient

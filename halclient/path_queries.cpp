@@ -65,14 +65,12 @@ int registerPathListener(const char* entryLine, const char* failName, int param,
                          const std::function<std::vector<std::string>()>& listenedPaths,
                          const std::shared_ptr<IClientCallbackByPath>& callback) {
     return registerListener(
-            entryLine, failName, true,
+            entryLine, failName,
             [&](VelaRequestParcel& parcel, VelaCallbackGroup& candidate) {
                 parcel = pathQueryParcel(param, buildItems());
                 candidate.paths = listenedPaths();
             },
-            [&callback] {
-                return ndk::SharedRefBase::make<VelaCallbackClient>(callback, true, false);
-            });
+            callback);
 }
 
 }  // namespace
