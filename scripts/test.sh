@@ -8,7 +8,7 @@ if [ "${1:-}" = "--sanitize" ]; then sanitize="${2:?thread or address}"; fi
 build="build${sanitize:+-$sanitize}"
 
 bash scripts/setup.sh
-cmake -S . -B "$build" -G Ninja -DPAX_SANITIZE="$sanitize" \
+cmake -S . -B "$build" -G Ninja -DPAX_SANITIZE="$sanitize" -DPAX_WERROR=ON \
       -DPAX_BUILD_BENCH=$([ -z "$sanitize" ] && echo ON || echo OFF) >/dev/null
 cmake --build "$build" -j"$(nproc)"
 

@@ -74,21 +74,6 @@ std::string counted(size_t n, const char* noun) {
 
 }  // namespace
 
-const char* velaResultName(int32_t result) {
-    switch (result) {
-        case kVelaUnknownHandle:
-            return "unknown handle";
-        case kVelaBadRequest:
-            return "bad request";
-        case kVelaUnsupportedKind:
-            return "unsupported request kind";
-        case kVelaLimitReached:
-            return "service limit reached";
-        default:
-            return nullptr;
-    }
-}
-
 VelaService::VelaService() : VelaService(Options{}) {}
 
 VelaService::VelaService(Options options)
@@ -151,7 +136,7 @@ VelaService::~VelaService() {
 int32_t VelaService::controlLocked(const VelaRequestParcel& request,
                                    std::vector<std::string>* dump) {
     if (request.requestDatas.size() > kMaxItems) {
-        return rejectLocked(kVelaBadRequest,
+        return rejectLocked(kResultBadRequest,
                             "request of kind " + std::to_string(request.requestType) + " with " +
                                     std::to_string(request.requestDatas.size()) +
                                     " items (at most " + std::to_string(kMaxItems) + ")");
@@ -169,7 +154,7 @@ int32_t VelaService::controlLocked(const VelaRequestParcel& request,
         case kKindNotify:
             return notifyLocked(request);
         default:
-            return rejectLocked(kVelaUnsupportedKind, "resCtlRequest: unsupported request kind " +
+            return rejectLocked(kResultUnsupportedKind, "resCtlRequest: unsupported request kind " +
                                                               std::to_string(request.requestType));
     }
 }
@@ -221,13 +206,13 @@ int32_t VelaService::acquireLocked(const VelaRequestParcel& parcel) {
     if (request.kind == kKindEvent || request.kind == kKindSaControl) {
         // The leading item names the scenario by event id; an SA request is that item alone.
         if (items.empty() || (request.kind == kKindSaControl && items.size() != 1)) {
-            return rejectLocked(kVelaBadRequest,
+            return rejectLocked(kResultBadRequest,
                                 std::string(kindName(request.kind)) +
                                         " request needs exactly one leading event item, got " +
                                         std::to_string(items.size()) + " items");
         }
         if (items[0].id < 0) {
-            return rejectLocked(kVelaBadRequest, std::string(kindName(request.kind)) +
+            return rejectLocked(kResultBadRequest, std::string(kindName(request.kind)) +
                                                          " request for negative event id " +
                                                          std::to_string(items[0].id));
         }
@@ -242,11 +227,11 @@ int32_t VelaService::acquireLocked(const VelaRequestParcel& parcel) {
     }
     std::string why;
     if (!readResources(items, firstResource, /*lenient=*/false, &request.resources, &why)) {
-        return rejectLocked(kVelaBadRequest,
+        return rejectLocked(kResultBadRequest,
                             std::string(kindName(request.kind)) + " request: " + why);
     }
     if (mRequests.size() >= kMaxRequests) {
-        return rejectLocked(kVelaLimitReached,
+        return rejectLocked(kResultLimitReached,
                             "too many active requests (" + std::to_string(kMaxRequests) + ")");
     }
 
@@ -287,7 +272,7 @@ int32_t VelaService::releaseLocked(int32_t handle, const char* why) {
     auto it = mRequests.find(handle);
     if (it == mRequests.end()) {
         return rejectLocked(
-                kVelaUnknownHandle,
+                kResultUnknownHandle,
                 std::string(why) + ": no active request with handle " + std::to_string(handle));
     }
     if (it->second.deadline) mTimer->cancel(handle, *it->second.deadline);
@@ -296,7 +281,7 @@ int32_t VelaService::releaseLocked(int32_t handle, const char* why) {
     recordLocked(std::string(why) + " handle " + std::to_string(handle));
     ++mCounters.released;
     endRequestLocked(it);
-    return kVelaOk;
+    return kResultOk;
 }
 
 void VelaService::onExpired(int32_t handle, Clock::time_point deadline) {
@@ -320,7 +305,7 @@ void VelaService::endRequestLocked(std::map<int32_t, Request>::iterator request)
                                           const std::vector<VelaRequestData>& items, int32_t* out) {
     std::lock_guard<std::mutex> lock(mLock);
     if (items.size() > kMaxItems) {
-        *out = rejectLocked(kVelaBadRequest, "rule " + std::to_string(ruleId) + " with " +
+        *out = rejectLocked(kResultBadRequest, "rule " + std::to_string(ruleId) + " with " +
                                                      std::to_string(items.size()) + " items");
         return ::ndk::ScopedAStatus::ok();
     }
@@ -330,11 +315,11 @@ void VelaService::endRequestLocked(std::map<int32_t, Request>::iterator request)
         std::string why;
         // Rule items name resources without a value to mean "leave it": they are skipped.
         if (!readResources(items, 0, /*lenient=*/true, &rule.resources, &why)) {
-            *out = rejectLocked(kVelaBadRequest, "rule " + std::to_string(ruleId) + ": " + why);
+            *out = rejectLocked(kResultBadRequest, "rule " + std::to_string(ruleId) + ": " + why);
             return ::ndk::ScopedAStatus::ok();
         }
         if (mRules.count(ruleId) == 0 && mRules.size() >= kMaxRules) {
-            *out = rejectLocked(kVelaLimitReached, "too many rules on");
+            *out = rejectLocked(kResultLimitReached, "too many rules on");
             return ::ndk::ScopedAStatus::ok();
         }
         changes = mTable.hold(Holder::rule(ruleId), rule.resources);
@@ -350,27 +335,27 @@ void VelaService::endRequestLocked(std::map<int32_t, Request>::iterator request)
         LOGI("rule %d off (was not on)", ruleId);
     }
     publishLocked(changes);
-    *out = kVelaOk;
+    *out = kResultOk;
     return ::ndk::ScopedAStatus::ok();
 }
 
 int32_t VelaService::diagnosticLocked(const VelaRequestParcel& request,
                                       std::vector<std::string>* dump) {
     if (request.requestDatas.size() != 1) {
-        return rejectLocked(kVelaBadRequest, "diagnostic request needs exactly one item, got " +
+        return rejectLocked(kResultBadRequest, "diagnostic request needs exactly one item, got " +
                                                      std::to_string(request.requestDatas.size()));
     }
     const int32_t code = request.requestDatas[0].id;
     if (code >= kDumpToDoQueue && code <= kDumpRecords) {
         *dump = dumpLinesLocked(code);
-        return kVelaDone;
+        return kResultDone;
     }
     if (code == kHistoryOn || code == kHistoryOff) {
         mRecording = code == kHistoryOn;
         LOGI("history recording %s", mRecording ? "on" : "off");
-        return kVelaDone;
+        return kResultDone;
     }
-    return rejectLocked(kVelaBadRequest, "unknown diagnostic code " + std::to_string(code));
+    return rejectLocked(kResultBadRequest, "unknown diagnostic code " + std::to_string(code));
 }
 
 int32_t VelaService::thermalNotifyLocked(const VelaRequestParcel& request) {
@@ -378,7 +363,7 @@ int32_t VelaService::thermalNotifyLocked(const VelaRequestParcel& request) {
     for (const VelaRequestData& item : request.requestDatas) {
         if (item.id == 0 && (!item.value || item.value->empty())) continue;  // an empty slot
         if (!item.value || item.value->empty() || item.value->size() > kMaxText) {
-            return rejectLocked(kVelaBadRequest, "thermal notification: subsystem " +
+            return rejectLocked(kResultBadRequest, "thermal notification: subsystem " +
                                                          std::to_string(item.id) +
                                                          " without a usable level");
         }
@@ -408,7 +393,7 @@ int32_t VelaService::thermalNotifyLocked(const VelaRequestParcel& request) {
 
 int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     if (request.requestDatas.empty()) {
-        return rejectLocked(kVelaBadRequest, "notification without items");
+        return rejectLocked(kResultBadRequest, "notification without items");
     }
     const VelaRequestData& first = request.requestDatas[0];
     std::string values;
@@ -419,14 +404,14 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
          values.empty() ? " none" : values.c_str());
     recordLocked("notify cmd " + std::to_string(first.id) + " param " +
                  std::to_string(first.param) + " values" + (values.empty() ? " none" : values));
-    return kVelaOk;
+    return kResultOk;
 }
 
 ::ndk::ScopedAStatus VelaService::setRelatedSysInfo(int32_t info, int64_t value, int32_t* out) {
     std::lock_guard<std::mutex> lock(mLock);
     LOGI("related system info %d = %" PRId64, info, value);
     recordLocked("sysinfo " + std::to_string(info) + "=" + std::to_string(value));
-    *out = kVelaOk;
+    *out = kResultOk;
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -442,8 +427,8 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
                                               std::vector<VelaRequestData>* out) {
     const auto& items = request.requestDatas;
     auto refuse = [this](const std::string& why) {
-        rejectLocked(kVelaBadRequest, why);
-        return ::ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(kVelaBadRequest,
+        rejectLocked(kResultBadRequest, why);
+        return ::ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(kResultBadRequest,
                                                                          why.c_str());
     };
     if (items.size() > kMaxItems) {
@@ -509,8 +494,8 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
         default: {
             const std::string why = "resStateRequest: unsupported request kind " +
                                     std::to_string(request.requestType);
-            rejectLocked(kVelaUnsupportedKind, why);
-            return ::ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(kVelaUnsupportedKind,
+            rejectLocked(kResultUnsupportedKind, why);
+            return ::ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(kResultUnsupportedKind,
                                                                              why.c_str());
         }
     }
@@ -536,18 +521,18 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     std::lock_guard<std::mutex> lock(mLock);
     if (key.empty() || key.size() > 128 || key.rfind("ro.", 0) == 0 ||
         key == "vendor.vela.history" || key == "vendor.vela.active_requests") {
-        *out = rejectLocked(kVelaBadRequest,
+        *out = rejectLocked(kResultBadRequest,
                             "property \"" + key.substr(0, 128) +
                                     "\" cannot be set (empty, too long or read-only)");
     } else if (value.size() > kMaxPropertyValue) {
-        *out = rejectLocked(kVelaBadRequest, "property " + key + ": value of " +
+        *out = rejectLocked(kResultBadRequest, "property " + key + ": value of " +
                                                      std::to_string(value.size()) +
                                                      " bytes (at most " +
                                                      std::to_string(kMaxPropertyValue) + ")");
     } else {
         mProperties[key] = value;
         LOGI("property %s = %s", key.c_str(), value.c_str());
-        *out = kVelaOk;
+        *out = kResultOk;
     }
     return ::ndk::ScopedAStatus::ok();
 }
@@ -581,7 +566,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     }
     if (!why.empty()) {
         std::lock_guard<std::mutex> lock(mLock);
-        *out = rejectLocked(kVelaBadRequest, "resListeningRegister: " + why);
+        *out = rejectLocked(kResultBadRequest, "resListeningRegister: " + why);
         return ::ndk::ScopedAStatus::ok();
     }
     *out = addListener(std::move(listener), "resource listener");
@@ -593,7 +578,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
         int32_t* out) {
     if (ids.size() > kMaxItems) {
         std::lock_guard<std::mutex> lock(mLock);
-        *out = rejectLocked(kVelaBadRequest, "thermalListeningRegister: too many ids");
+        *out = rejectLocked(kResultBadRequest, "thermalListeningRegister: too many ids");
         return ::ndk::ScopedAStatus::ok();
     }
     Listener listener;
@@ -607,7 +592,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 int32_t VelaService::addListener(Listener listener, const char* what) {
     if (listener.callback == nullptr) {
         std::lock_guard<std::mutex> lock(mLock);
-        return rejectLocked(kVelaBadRequest, std::string(what) + " without a callback");
+        return rejectLocked(kResultBadRequest, std::string(what) + " without a callback");
     }
     listener.pid = AIBinder_getCallingPid();
 
@@ -625,7 +610,7 @@ int32_t VelaService::addListener(Listener listener, const char* what) {
         forgetLink(link);
         if (linked == STATUS_DEAD_OBJECT) {
             std::lock_guard<std::mutex> lock(mLock);
-            return rejectLocked(kVelaBadRequest, std::string(what) + ": the client is gone");
+            return rejectLocked(kResultBadRequest, std::string(what) + ": the client is gone");
         }
         link = 0;  // a callback in this very process: it cannot die on its own
     }
@@ -633,7 +618,7 @@ int32_t VelaService::addListener(Listener listener, const char* what) {
     std::unique_lock<std::mutex> lock(mLock);
     if (mListeners.size() >= kMaxListeners) {
         const int32_t result = rejectLocked(
-                kVelaLimitReached, "too many listeners (" + std::to_string(kMaxListeners) + ")");
+                kResultLimitReached, "too many listeners (" + std::to_string(kMaxListeners) + ")");
         lock.unlock();  // the link registry is never taken under the service lock
         if (link != 0) {
             AIBinder_unlinkToDeath(binder.get(), mDeathRecipient.get(), cookieOf(link));
@@ -671,7 +656,7 @@ int32_t VelaService::removeListener(int32_t handle, bool thermal, const char* wh
         auto it = mListeners.find(handle);
         if (it == mListeners.end()) {
             return rejectLocked(
-                    kVelaUnknownHandle,
+                    kResultUnknownHandle,
                     std::string(what) + ": no listener with handle " + std::to_string(handle));
         }
         if (it->second.thermal != thermal) {
@@ -687,7 +672,7 @@ int32_t VelaService::removeListener(int32_t handle, bool thermal, const char* wh
         AIBinder_unlinkToDeath(callback->asBinder().get(), mDeathRecipient.get(), cookieOf(link));
         forgetLink(link);
     }
-    return kVelaOk;
+    return kResultOk;
 }
 
 void VelaService::forgetLink(uint64_t link) {
@@ -824,7 +809,7 @@ std::string VelaService::describeLocked(const Request& request) const {
 
 int32_t VelaService::rejectLocked(int32_t result, const std::string& why) {
     ++mCounters.rejected;
-    LOGE("refused (%s, %d): %s", velaResultName(result), result, why.c_str());
+    LOGE("refused (%s, %d): %s", resultName(result), result, why.c_str());
     return result;
 }
 

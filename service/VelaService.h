@@ -23,57 +23,13 @@
 #include "ResourceTable.h"
 #include "ScenarioConfig.h"
 #include "SysfsMirror.h"
+#include "vela_protocol.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
-constexpr const char kVelaInstance[] = "vendor.norvo.hardware.vela.IVela/default";
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 constexpr const char kVelaLogTag[] = "vela-service";
-
-// What the int-returning operations answer besides handles (>= 1). The service never answers
-// -1 itself, so that a caller can tell the service's "no" from the library's own failure.
-enum VelaResult : int32_t {
-    kVelaOk = 0,
-    kVelaDone = 1,  // a diagnostic command ran
-    kVelaUnknownHandle = -2,
-    kVelaBadRequest = -3,
-    kVelaUnsupportedKind = -4,
-    kVelaLimitReached = -5,
-};
-// "unknown handle" and the like; nullptr for a value that is not one of the codes above.
-const char* velaResultName(int32_t result);
-
-// Request kinds (VelaRequestParcel::requestType).
-enum VelaKind : int32_t {
-    kKindState = 0,
-    kKindControl = 1,
-    kKindSaControl = 2,
-    kKindDiagnostic = 5,
-    kKindThermal = 7,
-    kKindEvent = 8,
-    kKindNotify = 10,
-    kKindHistory = 11,
-    kKindPlatform = 12,
-    kKindPowerMode = 13,
-    kKindPowerUse = 15,
-    kKindDataset = 16,
-};
-
-// Diagnostic command codes (the single item's id of a kind-5 request).
-enum VelaDiagnostic : int32_t {
-    kDumpToDoQueue = 0,
-    kDumpRunMap = 1,
-    kDumpActiveResources = 2,
-    kDumpRequests = 3,
-    kDumpResourceInfo = 4,
-    kDumpScenarios = 5,
-    kDumpClients = 6,
-    kDumpClientMonitors = 7,
-    kDumpRecords = 8,
-    kHistoryOn = 10,
-    kHistoryOff = 11,
-};
-
-constexpr uint32_t kPowerUseOpcode = 0x01011670;
 constexpr const char kPowerModeProperty[] = "vendor.vela.power_mode";
 
 class VelaService : public BnVela {

@@ -14,10 +14,10 @@
 
 #include "VelaService.h"
 
-using aidl::vendor::norvo::hardware::vela::impl::kVelaInstance;
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
 using aidl::vendor::norvo::hardware::vela::impl::VelaService;
+namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
 
 int main(int argc, char** argv) {
     CLI::App app{"Reference resource-control service"};
@@ -44,19 +44,20 @@ int main(int argc, char** argv) {
 
     ABinderProcess_setThreadPoolMaxThreadCount(8);
 
+    const char* kInstance = protocol::instanceName().c_str();
     auto service = ndk::SharedRefBase::make<VelaService>(std::move(options));
-    if (HostBinder_declareService(kVelaInstance) != STATUS_OK) {
-        fprintf(stderr, "vela-service: cannot declare %s in %s\n", kVelaInstance,
+    if (HostBinder_declareService(kInstance) != STATUS_OK) {
+        fprintf(stderr, "vela-service: cannot declare %s in %s\n", kInstance,
                 HostBinder_getDirectory());
         return 1;
     }
-    binder_exception_t added = AServiceManager_addService(service->asBinder().get(), kVelaInstance);
+    binder_exception_t added = AServiceManager_addService(service->asBinder().get(), kInstance);
     if (added != EX_NONE) {
-        fprintf(stderr, "vela-service: cannot serve %s in %s (exception %d)\n", kVelaInstance,
+        fprintf(stderr, "vela-service: cannot serve %s in %s (exception %d)\n", kInstance,
                 HostBinder_getDirectory(), added);
         return 1;
     }
-    __android_log_print(ANDROID_LOG_INFO, kVelaLogTag, "serving %s in %s", kVelaInstance,
+    __android_log_print(ANDROID_LOG_INFO, kVelaLogTag, "serving %s in %s", kInstance,
                         HostBinder_getDirectory());
     ABinderProcess_joinThreadPool();
     return EXIT_FAILURE;  // joinThreadPool does not return

@@ -6,7 +6,7 @@
 #include <atomic>
 
 #include "HalclientFixture.h"
-#include "VelaCallbackClient.h"
+#include "vela_callback_client.h"
 #include "listening_registry.h"
 
 namespace halclienttest {

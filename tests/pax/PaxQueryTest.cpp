@@ -5,11 +5,12 @@
 #include <stdexcept>
 
 #include "PaxTestFixture.h"
+#include "vela_protocol.h"
 
 namespace paxtest {
 namespace {
 
-constexpr uint32_t kPowerOpcode = 0x01011670;
+constexpr uint32_t kPowerOpcode = ::aidl::vendor::norvo::hardware::vela::protocol::kPowerUseOpcode;
 
 Answer values(std::vector<std::pair<uint32_t, std::optional<std::string>>> pairs) {
     std::vector<VelaRequestData> items;

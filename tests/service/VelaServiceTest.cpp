@@ -132,32 +132,32 @@ TEST_F(VelaServiceTest, EventsAndSaRequestsApplyTheirScenarioAndReleasesFallBack
     // An SA request names the same scenario by its event id; it is the latest claim now.
     const int32_t sa = control({item(kLaunch)}, 0, kKindSaControl);
 
-    EXPECT_EQ(release(launch), kVelaOk);
+    EXPECT_EQ(release(launch), kResultOk);
     EXPECT_EQ(value(kBigFloor), "2419200");  // the extra resource went with its request
-    EXPECT_EQ(release(sa), kVelaOk);
+    EXPECT_EQ(release(sa), kResultOk);
     EXPECT_EQ(value(kLittleFloor), "1000");
     EXPECT_EQ(value(kBigFloor), "710400");
     EXPECT_EQ(service->valueOf(kUclampKey), "0");
-    EXPECT_EQ(release(below), kVelaOk);
+    EXPECT_EQ(release(below), kResultOk);
     EXPECT_EQ(value(kLittleFloor), "300000");
-    EXPECT_EQ(release(below), kVelaUnknownHandle);
+    EXPECT_EQ(release(below), kResultUnknownHandle);
 }
 
 TEST_F(VelaServiceTest, ExpiryFallsBackAndHistoryIsKeptOnlyWhileRecording) {
     release(event(kLaunch));
     EXPECT_TRUE(state(kKindHistory).empty());
 
-    EXPECT_EQ(diagnostic(kHistoryOn), kVelaDone);
+    EXPECT_EQ(diagnostic(kHistoryOn), kResultDone);
     EXPECT_EQ(property("vendor.vela.history"), "1");
     const int32_t launch = event(kLaunch, 10'000);
     const int32_t timed = control({item(kLittleFloor, "2000")}, 100);
     EXPECT_EQ(value(kLittleFloor), "2000");
     ASSERT_TRUE(paxtest::waitUntil([&] { return value(kLittleFloor) == "1804800"; }));
     EXPECT_EQ(service->stats().expired, 1u);
-    EXPECT_EQ(release(timed), kVelaUnknownHandle);
-    EXPECT_EQ(release(launch), kVelaOk);
+    EXPECT_EQ(release(timed), kResultUnknownHandle);
+    EXPECT_EQ(release(launch), kResultOk);
     rule(7, 1);
-    EXPECT_EQ(diagnostic(kHistoryOff), kVelaDone);
+    EXPECT_EQ(diagnostic(kHistoryOff), kResultDone);
     release(event(kLaunch));
 
     const auto records = state(kKindHistory);
@@ -194,7 +194,7 @@ TEST_F(VelaServiceTest, ListenersHearEveryMoveOfTheValueInForceAndNothingElse) {
                                         clamp + ":0 " + floor + ":300000"}));
 
     ASSERT_TRUE(service->resListeningUnregister(listening, &out).isOk());
-    EXPECT_EQ(out, kVelaOk);
+    EXPECT_EQ(out, kResultOk);
     auto answer = ::ndk::SharedRefBase::make<RecordingCallback>();
     auto request = parcel(kKindControl, {item(kLittleFloor, "1000"), item(kBigFloor, "7")});
     request.callback = answer;
@@ -203,7 +203,7 @@ TEST_F(VelaServiceTest, ListenersHearEveryMoveOfTheValueInForceAndNothingElse) {
     EXPECT_EQ(listener->calls().size(), 3u);
     EXPECT_EQ(answer->calls(), Texts{floor + ":1000 " + std::to_string(kBigFloor) + ":7"});
     ASSERT_TRUE(service->resListeningUnregister(listening, &out).isOk());
-    EXPECT_EQ(out, kVelaUnknownHandle);
+    EXPECT_EQ(out, kResultUnknownHandle);
 }
 
 TEST_F(VelaServiceTest, ThermalListenerHearsOnlyItsSubsystemsUntilUnregistered) {
@@ -214,7 +214,7 @@ TEST_F(VelaServiceTest, ThermalListenerHearsOnlyItsSubsystemsUntilUnregistered) 
     EXPECT_GE(control({item(2, "4")}, 0, kKindThermal), 1);
     service->waitForDeliveries();
     ASSERT_TRUE(service->thermalListeningUnregister(handle, &out).isOk());
-    EXPECT_EQ(out, kVelaOk);
+    EXPECT_EQ(out, kResultOk);
     control({item(1, "0")}, 0, kKindThermal);
     service->waitForDeliveries();
     EXPECT_EQ(listener->calls(), Texts{"1:2 3:1"});
@@ -222,7 +222,7 @@ TEST_F(VelaServiceTest, ThermalListenerHearsOnlyItsSubsystemsUntilUnregistered) 
 
 TEST_F(VelaServiceTest, RuleHoldsItsResourcesUntilSwitchedOff) {
     // A valueless item in a rule means "leave this one alone".
-    EXPECT_EQ(rule(130, 1, {item(kLittleLoad, "30"), item(kBigFloor, "")}), kVelaOk);
+    EXPECT_EQ(rule(130, 1, {item(kLittleLoad, "30"), item(kBigFloor, "")}), kResultOk);
     EXPECT_EQ(value(kLittleLoad), "30");
     EXPECT_EQ(value(kBigFloor), "710400");
     // Switching it on again replaces its resources and makes it the latest claim.
@@ -230,7 +230,7 @@ TEST_F(VelaServiceTest, RuleHoldsItsResourcesUntilSwitchedOff) {
     rule(130, 1, {item(kLittleLoad, "35")});
     EXPECT_EQ(value(kLittleLoad), "35");
     for (int i = 0; i < 2; ++i) {  // the second time it is already off
-        EXPECT_EQ(rule(130, 0), kVelaOk);
+        EXPECT_EQ(rule(130, 0), kResultOk);
         EXPECT_EQ(value(kLittleLoad), "45");
     }
     release(handle);
@@ -288,8 +288,8 @@ TEST_F(VelaServiceTest, BadRequestsAreRefusedWithDistinctResultsAndLogged) {
                                                               item(1, "1"))),  // too many items
             parcel(kKindControl, {item(1, std::string(VelaService::kMaxText + 1, 'x'))}),
     };
-    for (size_t i = 0; i < std::size(bad); ++i) EXPECT_EQ(submit(bad[i]), kVelaBadRequest) << i;
-    EXPECT_EQ(submit(parcel(42, {})), kVelaUnsupportedKind);
+    for (size_t i = 0; i < std::size(bad); ++i) EXPECT_EQ(submit(bad[i]), kResultBadRequest) << i;
+    EXPECT_EQ(submit(parcel(42, {})), kResultUnsupportedKind);
     EXPECT_EQ(service->stats().rejected, std::size(bad) + 1);
     EXPECT_EQ(service->stats().requests, 0u);
     EXPECT_EQ(log.linesContaining("refused (bad request, -3)").size(), std::size(bad))
@@ -298,19 +298,19 @@ TEST_F(VelaServiceTest, BadRequestsAreRefusedWithDistinctResultsAndLogged) {
     std::vector<VelaRequestData> out;
     auto status = service->resStateRequest(parcel(42, {}), &out);
     EXPECT_EQ(status.getExceptionCode(), EX_SERVICE_SPECIFIC);
-    EXPECT_EQ(status.getServiceSpecificError(), kVelaUnsupportedKind);
+    EXPECT_EQ(status.getServiceSpecificError(), kResultUnsupportedKind);
     status = service->resStateRequest(parcel(kKindPowerMode, {}), &out);
-    EXPECT_EQ(status.getServiceSpecificError(), kVelaBadRequest);
+    EXPECT_EQ(status.getServiceSpecificError(), kResultBadRequest);
     int32_t result = 0;
     EXPECT_EQ(service->reserved(&result).getExceptionCode(), EX_UNSUPPORTED_OPERATION);
     ASSERT_TRUE(service->resListeningRegister(parcel(0, {item(1)}), nullptr, &result).isOk());
-    EXPECT_EQ(result, kVelaBadRequest);
+    EXPECT_EQ(result, kResultBadRequest);
 
     // Property values must fit the clients' 256-byte buffer; read-only ones stay.
-    EXPECT_EQ(setProperty("vendor.demo", std::string(255, 'v')), kVelaOk);
-    EXPECT_EQ(setProperty("vendor.demo", std::string(256, 'v')), kVelaBadRequest);
+    EXPECT_EQ(setProperty("vendor.demo", std::string(255, 'v')), kResultOk);
+    EXPECT_EQ(setProperty("vendor.demo", std::string(256, 'v')), kResultBadRequest);
     EXPECT_EQ(property("vendor.demo").size(), 255u);
-    EXPECT_EQ(setProperty("ro.vendor.vela.version", "2"), kVelaBadRequest);
+    EXPECT_EQ(setProperty("ro.vendor.vela.version", "2"), kResultBadRequest);
     EXPECT_EQ(property("ro.vendor.vela.version"), "1");
     EXPECT_EQ(property("vendor.never.set"), "");
 }
@@ -319,7 +319,7 @@ TEST_F(VelaServiceTest, DumpsGoToTheLog) {
     paxtest::LogCapture log;
     const int32_t handle = event(kLaunch, 60'000);
     for (int32_t code = kDumpToDoQueue; code <= kDumpRecords; ++code) {
-        EXPECT_EQ(diagnostic(code), kVelaDone) << code;
+        EXPECT_EQ(diagnostic(code), kResultDone) << code;
     }
     const std::string h = std::to_string(handle);
     for (const std::string& fragment :
@@ -357,7 +357,7 @@ TEST(VelaServiceMirrorTest, PathResourcesAreMirroredOnlyInsideTheRoot) {
     EXPECT_FALSE(file("/proc/demo/knob").has_value());  // no default: the file goes
 
     service->resCtlRequest(parcel(kKindControl, {item(0, "1", "../../escape")}), &out);
-    EXPECT_EQ(out, kVelaBadRequest);
+    EXPECT_EQ(out, kResultBadRequest);
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(root).parent_path() / "escape"));
     std::filesystem::remove_all(root);
 }

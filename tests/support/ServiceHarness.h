@@ -14,11 +14,14 @@
 #include <string>
 
 #include "FakeVela.h"
+#include "vela_protocol.h"
 
 namespace paxtest {
 
 // The instance name the library connects to.
-inline constexpr const char kVelaInstance[] = "vendor.norvo.hardware.vela.IVela/default";
+// The instance every harness serves: the protocol's own name, never a second spelling of it.
+inline const char* const kVelaInstance =
+        ::aidl::vendor::norvo::hardware::vela::protocol::instanceName().c_str();
 
 // Waits until AServiceManager_checkService(instance) finds nothing: this process has noticed
 // that every connection to the instance closed. A connection notices its peer going away on

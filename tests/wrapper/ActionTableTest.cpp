@@ -5,7 +5,7 @@
 #include <string>
 
 #include "PaxWrapper.h"
-#include "WrapperInternal.h"
+#include "wrapper_internal.h"
 
 using pax_wrapper::findActionId;
 

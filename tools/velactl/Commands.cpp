@@ -23,8 +23,7 @@
 
 namespace velactl {
 
-using aidl::vendor::norvo::hardware::vela::impl::kVelaInstance;
-using aidl::vendor::norvo::hardware::vela::impl::velaResultName;
+namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
 using PaxClient::Resource;
 
 namespace {
@@ -59,7 +58,7 @@ Json::Value resourceJson(const Context& ctx, uint32_t opcode, const std::string&
 // Why a call failed, in words: the library's -1, or one of the service's own codes.
 std::string whyFailed(int32_t result) {
     if (result == -1) return "the call failed (-1)";
-    if (const char* name = velaResultName(result)) {
+    if (const char* name = protocol::resultName(result)) {
         return std::string("refused by the service: ") + name + " (" + std::to_string(result) + ")";
     }
     return "result " + std::to_string(result);
@@ -265,20 +264,20 @@ bool Context::awaitCallbacks(size_t total, std::chrono::milliseconds timeout) co
 }
 
 int requireService(Context& ctx) {
-    ::ndk::SpAIBinder binder(AServiceManager_checkService(kVelaInstance));
+    ::ndk::SpAIBinder binder(AServiceManager_checkService(protocol::instanceName().c_str()));
     if (binder.get() != nullptr) return kExitOk;
 
     const std::string dir = HostBinder_getDirectory();
     const std::string declaredFile = dir + "/declared";
     std::string detail;
-    if (AServiceManager_isDeclared(kVelaInstance)) {
+    if (AServiceManager_isDeclared(protocol::instanceName().c_str())) {
         detail = "it is declared in " + declaredFile + " but nothing serves it now";
     } else if (std::filesystem::exists(declaredFile)) {
         detail = "it is not declared in " + declaredFile;
     } else {
         detail = declaredFile + " does not exist";
     }
-    ctx.out.error(std::string("the vela service is not running: looked for ") + kVelaInstance +
+    ctx.out.error(std::string("the vela service is not running: looked for ") + protocol::instanceName().c_str() +
                   " in " + dir +
                   (getenv("HOSTBINDER_DIR") ? " ($HOSTBINDER_DIR)"
                                             : " (default; $HOSTBINDER_DIR is unset)") +
@@ -973,16 +972,16 @@ void Commands::defineToolCommands() {
     actions->add_option("filter", a.target, "show only names containing this text");
 
     add("status", "where velactl looks for the service, and whether it answers", false, [&] {
-        ::ndk::SpAIBinder binder(AServiceManager_checkService(kVelaInstance));
+        ::ndk::SpAIBinder binder(AServiceManager_checkService(protocol::instanceName().c_str()));
         const bool running = binder.get() != nullptr;
-        const bool declared = AServiceManager_isDeclared(kVelaInstance);
+        const bool declared = AServiceManager_isDeclared(protocol::instanceName().c_str());
         Json::Value json;
         json["directory"] = HostBinder_getDirectory();
-        json["instance"] = kVelaInstance;
+        json["instance"] = protocol::instanceName().c_str();
         json["declared"] = declared;
         json["running"] = running;
         json["embedded"] = ctx.embedded != nullptr;
-        ctx.out.result(std::string("service ") + kVelaInstance + "\n  directory " +
+        ctx.out.result(std::string("service ") + protocol::instanceName().c_str() + "\n  directory " +
                                HostBinder_getDirectory() + (ctx.embedded ? " (embedded)" : "") +
                                "\n  declared  " + (declared ? "yes" : "no") + "\n  running   " +
                                (running ? "yes" : "no"),

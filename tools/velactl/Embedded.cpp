@@ -12,7 +12,7 @@
 
 namespace velactl {
 
-using aidl::vendor::norvo::hardware::vela::impl::kVelaInstance;
+namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
 using aidl::vendor::norvo::hardware::vela::impl::VelaService;
 
@@ -75,12 +75,12 @@ std::unique_ptr<EmbeddedService> EmbeddedService::start(VelaService::Options opt
     ABinderProcess_setThreadPoolMaxThreadCount(4);
     ABinderProcess_startThreadPool();
     embedded->mService = ::ndk::SharedRefBase::make<VelaService>(std::move(options));
-    if (HostBinder_declareService(kVelaInstance) != STATUS_OK) {
+    if (HostBinder_declareService(protocol::instanceName().c_str()) != STATUS_OK) {
         *error = "cannot declare the embedded service in " + dir;
         return nullptr;
     }
     const binder_exception_t added =
-            AServiceManager_addService(embedded->mService->asBinder().get(), kVelaInstance);
+            AServiceManager_addService(embedded->mService->asBinder().get(), protocol::instanceName().c_str());
     if (added != EX_NONE) {
         *error = "cannot serve the embedded service in " + dir + " (exception " +
                  std::to_string(added) + ")";
@@ -90,7 +90,7 @@ std::unique_ptr<EmbeddedService> EmbeddedService::start(VelaService::Options opt
 }
 
 EmbeddedService::~EmbeddedService() {
-    if (mService) HostBinder_stopService(kVelaInstance);
+    if (mService) HostBinder_stopService(protocol::instanceName().c_str());
     mService.reset();
     if (!mDirectory.empty()) {
         std::error_code ignored;
