@@ -6,7 +6,12 @@
 
 #include <android/binder_parcel_utils.h>
 
+#include <fcntl.h>
+
+#include <climits>
 #include <cstring>
+#include <string>
+#include <vector>
 #include <memory>
 #include <new>
 
@@ -48,12 +53,31 @@ namespace {
 bool readDescriptor(const AParcel* in, std::string* out) {
     return ndk::AParcel_readString(in, out) == STATUS_OK;
 }
+
+binder_status_t dispatchDump(LocalBinder* binder, const AParcel* in) {
+    const AIBinder_Class* clazz = binder->clazz.load();
+    int32_t count = 0;
+    if (in->fds.size() != 1 || AParcel_readInt32(in, &count) != STATUS_OK || count < 0 ||
+        count > AParcel_getDataSize(in) / 4) {
+        return STATUS_BAD_VALUE;
+    }
+    std::vector<std::string> args(static_cast<size_t>(count));
+    std::vector<const char*> argv;
+    argv.reserve(args.size());
+    for (std::string& arg : args) {
+        if (ndk::AParcel_readString(in, &arg) != STATUS_OK) return STATUS_BAD_VALUE;
+        argv.push_back(arg.c_str());
+    }
+    if (clazz == nullptr || clazz->onDump == nullptr) return STATUS_OK;
+    return clazz->onDump(binder, in->fds[0], argv.data(), static_cast<uint32_t>(count));
+}
 }  // namespace
 
 binder_status_t dispatchLocal(LocalBinder* binder, transaction_code_t code, const AParcel* in,
                               AParcel* out) {
     const AIBinder_Class* clazz = binder->clazz.load();
     if (code == kPingTransaction) return STATUS_OK;
+    if (code == kDumpTransaction) return dispatchDump(binder, in);
     if (code == kInterfaceTransaction) {
         return ndk::AParcel_writeString(out, clazz == nullptr ? std::string() : clazz->descriptor);
     }
@@ -80,6 +104,10 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
         return nullptr;
     }
     return new (std::nothrow) AIBinder_Class{interfaceDescriptor, onCreate, onDestroy, onTransact};
+}
+
+void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump) {
+    if (clazz != nullptr) clazz->onDump = onDump;
 }
 
 const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz) {
@@ -111,6 +139,38 @@ binder_status_t AIBinder_ping(AIBinder* binder) {
     AParcel* in = AParcel_create();
     AParcel* out = nullptr;
     binder_status_t status = AIBinder_transact(binder, kPingTransaction, &in, &out, 0);
+    AParcel_delete(out);
+    return status;
+}
+
+binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
+    if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
+    if (fd < 0 || (args == nullptr && numArgs > 0) || numArgs > INT32_MAX) return STATUS_BAD_VALUE;
+    if (!binder->isRemote()) {
+        const AIBinder_Class* clazz = binder->clazz.load();
+        if (clazz == nullptr || clazz->onDump == nullptr) return STATUS_OK;
+        return clazz->onDump(binder, fd, args, numArgs);
+    }
+    AParcel* in = AParcel_create();
+    if (in == nullptr) return STATUS_NO_MEMORY;
+    // The parcel owns what it carries; the caller keeps its own descriptor.
+    const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (copy < 0) {
+        AParcel_delete(in);
+        return STATUS_BAD_VALUE;
+    }
+    in->fds.push_back(copy);
+    binder_status_t status = AParcel_writeInt32(in, static_cast<int32_t>(numArgs));
+    for (uint32_t i = 0; status == STATUS_OK && i < numArgs; ++i) {
+        const char* arg = args[i] == nullptr ? "" : args[i];
+        status = AParcel_writeString(in, arg, static_cast<int32_t>(strlen(arg)));
+    }
+    if (status != STATUS_OK) {
+        AParcel_delete(in);
+        return status;
+    }
+    AParcel* out = nullptr;
+    status = AIBinder_transact(binder, kDumpTransaction, &in, &out, 0);
     AParcel_delete(out);
     return status;
 }

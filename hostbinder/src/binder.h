@@ -16,6 +16,7 @@ struct AIBinder_Class {
     AIBinder_Class_onCreate onCreate;
     AIBinder_Class_onDestroy onDestroy;
     AIBinder_Class_onTransact onTransact;
+    AIBinder_onDump onDump = nullptr;
 };
 
 // The state behind a death-recipient handle. Links hold it, so a recipient deleted while a
@@ -88,6 +89,8 @@ struct AIBinder_Weak {
 // Transaction codes that the runtime answers itself, as on a device.
 constexpr transaction_code_t kPingTransaction = 0x5f504e47;       // '_PNG'
 constexpr transaction_code_t kInterfaceTransaction = 0x5f4e5446;  // '_NTF'
+// Carries a descriptor to write to, then the argument count and the arguments.
+constexpr transaction_code_t kDumpTransaction = 0x5f444d50;  // '_DMP'
 
 // Runs an incoming transaction on a local binder: checks the interface token, answers the
 // runtime's own codes, and calls the class's onTransact otherwise.

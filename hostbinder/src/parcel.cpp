@@ -4,13 +4,23 @@
 #include <android/binder_ibinder.h>
 #include <android/binder_parcel_utils.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 #include <new>
 #include <optional>
 #include <string>
 
-AParcel::~AParcel() { clearObjects(); }
+AParcel::~AParcel() {
+    clearObjects();
+    closeFds();
+}
+
+void AParcel::closeFds() {
+    for (int fd : fds) close(fd);
+    fds.clear();
+}
 
 void AParcel::clearObjects() {
     for (ParcelObject& o : objects) AIBinder_decStrong(o.binder);
@@ -99,6 +109,7 @@ int32_t AParcel_getDataSize(const AParcel* parcel) {
 binder_status_t AParcel_reset(AParcel* parcel) {
     if (parcel == nullptr) return STATUS_UNEXPECTED_NULL;
     parcel->clearObjects();
+    parcel->closeFds();
     parcel->data.clear();
     parcel->position = 0;
     return STATUS_OK;

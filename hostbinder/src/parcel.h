@@ -26,6 +26,9 @@ struct AParcel {
     // mutable: reading moves the position of a const parcel, as in the NDK.
     mutable uint32_t position = 0;
     std::vector<ParcelObject> objects;  // in increasing offset order
+    // Descriptors that travel beside the data (owned; closed with the parcel). Only the
+    // runtime's own transactions use them.
+    std::vector<int> fds;
 
     AParcel() = default;
     AParcel(const AParcel&) = delete;
@@ -33,6 +36,7 @@ struct AParcel {
     ~AParcel();
 
     void clearObjects();
+    void closeFds();
     // Drops the objects that overlap [begin, end) before those bytes are overwritten.
     void forgetObjectsIn(uint32_t begin, uint32_t end);
 };
@@ -41,3 +45,5 @@ struct AParcel {
 constexpr uint32_t kMaxParcelSize = 16u << 20;
 // Largest number of binder objects in one parcel.
 constexpr uint32_t kMaxParcelObjects = 4096;
+// Largest number of descriptors in one parcel.
+constexpr uint32_t kMaxParcelFds = 16;

@@ -12,13 +12,30 @@
 namespace {
 constexpr size_t kReadBufferSize = 64 * 1024;
 
-// Writes the pieces in order with as few system calls as the socket allows.
-bool writeFully(int fd, iovec* iov, int count) {
+// Room for the most descriptors one message may carry.
+constexpr size_t kFdControlSize = CMSG_SPACE(sizeof(int) * kMaxParcelFds);
+
+// Writes the pieces in order with as few system calls as the socket allows; descriptors go
+// with the first byte.
+bool writeFully(int fd, iovec* iov, int count, const std::vector<int>* fds) {
+    alignas(cmsghdr) char control[kFdControlSize];
+    bool fdsPending = fds != nullptr && !fds->empty();
     while (count > 0) {
         msghdr msg{};
         msg.msg_iov = iov;
         msg.msg_iovlen = static_cast<size_t>(count);
+        if (fdsPending) {
+            const size_t bytes = sizeof(int) * fds->size();
+            msg.msg_control = control;
+            msg.msg_controllen = CMSG_SPACE(bytes);
+            cmsghdr* c = CMSG_FIRSTHDR(&msg);
+            c->cmsg_level = SOL_SOCKET;
+            c->cmsg_type = SCM_RIGHTS;
+            c->cmsg_len = CMSG_LEN(bytes);
+            memcpy(CMSG_DATA(c), fds->data(), bytes);
+        }
         ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL);
+        if (n > 0) fdsPending = false;
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return false;
         auto sent = static_cast<size_t>(n);
@@ -128,6 +145,7 @@ void Session::proxyGone(RemoteBinder* proxy) {
 
 binder_status_t Session::flatten(const AParcel& parcel, Outgoing* out) {
     out->data = &parcel.data;
+    if (!parcel.fds.empty()) out->fds = &parcel.fds;
     if (parcel.objects.empty()) return STATUS_OK;
     out->patched = parcel.data;
     out->data = &out->patched;
@@ -200,6 +218,8 @@ bool Session::send(const WireHeader& h, const Outgoing& out) {
     header.magic = kWireMagic;
     header.objectCount = static_cast<uint32_t>(out.offsets.size());
     header.dataSize = out.data == nullptr ? 0 : static_cast<uint32_t>(out.data->size());
+    header.fdCount = out.fds == nullptr ? 0 : static_cast<uint32_t>(out.fds->size());
+    if (header.fdCount > kMaxParcelFds) return false;
     iovec iov[3] = {
             {&header, sizeof(header)},
             {const_cast<uint32_t*>(out.offsets.data()), out.offsets.size() * sizeof(uint32_t)},
@@ -207,7 +227,7 @@ bool Session::send(const WireHeader& h, const Outgoing& out) {
              header.dataSize},
     };
     std::lock_guard<std::mutex> lock(mWriteMutex);
-    if (!writeFully(mFd, iov, 3)) {
+    if (!writeFully(mFd, iov, 3, out.fds)) {
         shutdown();
         return false;
     }
@@ -266,12 +286,36 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     return STATUS_OK;
 }
 
+ssize_t Session::receive(void* buffer, size_t size) {
+    alignas(cmsghdr) char control[kFdControlSize];
+    iovec iov{buffer, size};
+    msghdr msg{};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof(control);
+    ssize_t n = recvmsg(mFd, &msg, MSG_CMSG_CLOEXEC);
+    if (n < 0) return n;
+    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
+        if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
+        const size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; ++i) {
+            int fd;
+            memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof(int));
+            mInFds.push_back(fd);
+        }
+    }
+    // Descriptors lost to a short control buffer would shift every later message's.
+    if (msg.msg_flags & MSG_CTRUNC) return -1;
+    return n;
+}
+
 bool Session::readFully(void* buffer, size_t size) {
     auto* p = static_cast<uint8_t*>(buffer);
     while (size > 0) {
         if (mReadStart == mReadEnd) {
             if (size >= kReadBufferSize) {  // large payloads go straight to their place
-                ssize_t n = recv(mFd, p, size, 0);
+                ssize_t n = receive(p, size);
                 if (n < 0 && errno == EINTR) continue;
                 if (n <= 0) return false;
                 p += n;
@@ -279,7 +323,7 @@ bool Session::readFully(void* buffer, size_t size) {
                 continue;
             }
             if (mReadBuffer.empty()) mReadBuffer.resize(kReadBufferSize);
-            ssize_t n = recv(mFd, mReadBuffer.data(), mReadBuffer.size(), 0);
+            ssize_t n = receive(mReadBuffer.data(), mReadBuffer.size());
             if (n < 0 && errno == EINTR) continue;
             if (n <= 0) return false;
             mReadStart = 0;
@@ -299,7 +343,7 @@ void Session::readLoop() {
         WireHeader h;
         if (!readFully(&h, sizeof(h))) break;
         if (h.magic != kWireMagic || h.dataSize > kMaxParcelSize ||
-            h.objectCount > kMaxParcelObjects ||
+            h.objectCount > kMaxParcelObjects || h.fdCount > kMaxParcelFds ||
             (h.type != kWireTransact && h.type != kWireReply && h.type != kWireRelease)) {
             break;  // not our protocol, or lying about sizes: the connection cannot be trusted
         }
@@ -307,8 +351,11 @@ void Session::readLoop() {
         std::vector<uint8_t> data(h.dataSize);
         if (h.objectCount > 0 && !readFully(offsets.data(), h.objectCount * 4)) break;
         if (h.dataSize > 0 && !readFully(data.data(), h.dataSize)) break;
+        if (mInFds.size() < h.fdCount) break;
+        std::vector<int> fds(mInFds.begin(), mInFds.begin() + h.fdCount);
+        mInFds.erase(mInFds.begin(), mInFds.begin() + h.fdCount);
         Incoming incoming;
-        if (!handle(h, offsets, data, &incoming)) break;
+        if (!handle(h, offsets, data, fds, &incoming)) break;
         if (incoming.target != nullptr) {
             // Another thread goes on reading, so replies to nested calls made by this
             // transaction still arrive; this thread runs the transaction at once.
@@ -322,7 +369,13 @@ void Session::readLoop() {
 }
 
 bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
-                     std::vector<uint8_t>& data, Incoming* incoming) {
+                     std::vector<uint8_t>& data, std::vector<int>& fds, Incoming* incoming) {
+    struct FdCloser {
+        std::vector<int>& fds;
+        ~FdCloser() {
+            for (int fd : fds) close(fd);
+        }
+    } closeUnclaimed{fds};
     switch (h.type) {
         case kWireRelease: {
             AIBinder* drop = nullptr;
@@ -344,6 +397,7 @@ bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
         case kWireReply: {
             auto reply = std::make_unique<AParcel>();
             reply->data = std::move(data);
+            reply->fds.swap(fds);
             binder_status_t status = h.status;
             if (status == STATUS_OK) {
                 binder_status_t flat = unflatten(reply.get(), offsets);
@@ -362,6 +416,7 @@ bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
             const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
             auto in = std::make_unique<AParcel>();
             in->data = std::move(data);
+            in->fds.swap(fds);
             binder_status_t status = unflatten(in.get(), offsets);
             AIBinder* target = nullptr;
             if (status == STATUS_OK) {
@@ -413,6 +468,8 @@ void Session::teardown() {
             if (entry.second->tryIncStrong()) proxies.push_back(entry.second);
         }
     }
+    for (int fd : mInFds) close(fd);
+    mInFds.clear();
     SessionRegistry::get().remove(this);
     // Dropping the exports may destroy the caller's objects: no lock is held here.
     for (AIBinder* b : exports) AIBinder_decStrong(b);

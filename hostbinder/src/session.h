@@ -10,6 +10,7 @@
 #include <sys/types.h>
 
 #include <condition_variable>
+#include <deque>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -54,6 +55,8 @@ private:
     // transaction is run on this thread after the reading has been handed to another one.
     void readLoop();
     bool readFully(void* buffer, size_t size);
+    // One receive; descriptors that come with the bytes are queued in mInFds.
+    ssize_t receive(void* buffer, size_t size);
     // An incoming transaction, resolved and ready to run.
     struct Incoming {
         WireHeader header;
@@ -63,13 +66,14 @@ private:
     void runTransaction(Incoming incoming);
     // False when the connection must end. Fills *incoming when a transaction is to run.
     bool handle(const WireHeader& h, std::vector<uint32_t>& offsets, std::vector<uint8_t>& data,
-                Incoming* incoming);
+                std::vector<int>& fds, Incoming* incoming);
     void teardown();
     // What a parcel puts on the wire.
     struct Outgoing {
         const std::vector<uint8_t>* data = nullptr;  // the parcel's bytes, or `patched`
         std::vector<uint8_t> patched;  // a copy with object references, only when it has any
         std::vector<uint32_t> offsets;
+        const std::vector<int>* fds = nullptr;  // the parcel's descriptors, sent beside it
     };
     bool send(const WireHeader& h, const Outgoing& out);
     void sendReply(uint64_t txId, binder_status_t status, AParcel* reply);
@@ -91,6 +95,7 @@ private:
     std::vector<uint8_t> mReadBuffer;
     size_t mReadStart = 0;
     size_t mReadEnd = 0;
+    std::deque<int> mInFds;  // received descriptors not yet claimed by a message
 
     std::mutex mWriteMutex;
     mutable std::mutex mMutex;  // guards everything below

@@ -23,6 +23,6 @@ struct WireHeader {
     int32_t status;  // reply: the transaction's status
     uint32_t objectCount;
     uint32_t dataSize;
-    uint32_t reserved;
+    uint32_t fdCount;  // descriptors passed beside the message, received with its first byte
 };
 static_assert(sizeof(WireHeader) == 48, "the header is part of the wire format");

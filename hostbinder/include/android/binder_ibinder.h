@@ -33,6 +33,9 @@ typedef void (*AIBinder_Class_onDestroy)(void* userData);
 typedef binder_status_t (*AIBinder_Class_onTransact)(AIBinder* binder, transaction_code_t code,
                                                      const AParcel* in, AParcel* out);
 typedef void (*AIBinder_DeathRecipient_onBinderDied)(void* cookie);
+// Writes the object's state to `fd`; the descriptor stays the caller's.
+typedef binder_status_t (*AIBinder_onDump)(AIBinder* binder, int fd, const char** args,
+                                           uint32_t numArgs);
 
 // Classes live for the life of the process.
 HOSTBINDER_API AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
@@ -40,12 +43,17 @@ HOSTBINDER_API AIBinder_Class* AIBinder_Class_define(const char* interfaceDescri
                                                      AIBinder_Class_onDestroy onDestroy,
                                                      AIBinder_Class_onTransact onTransact);
 HOSTBINDER_API const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz);
+// What binders of this class do when dumped; without it a dump succeeds and writes nothing.
+HOSTBINDER_API void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump);
 
 // A new local binder holding one strong reference; onCreate(args) gives its user data.
 HOSTBINDER_API AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args);
 HOSTBINDER_API bool AIBinder_isRemote(const AIBinder* binder);
 HOSTBINDER_API bool AIBinder_isAlive(const AIBinder* binder);
 HOSTBINDER_API binder_status_t AIBinder_ping(AIBinder* binder);
+// Asks the object to write its state to `fd` (passed to its process for the call) and waits.
+HOSTBINDER_API binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args,
+                                             uint32_t numArgs);
 HOSTBINDER_API void AIBinder_incStrong(AIBinder* binder);
 HOSTBINDER_API void AIBinder_decStrong(AIBinder* binder);
 HOSTBINDER_API int32_t AIBinder_debugGetRefCount(AIBinder* binder);

@@ -70,6 +70,8 @@ private:
         std::shared_ptr<ICInterface> interface;
         static void* onCreate(void* args);
         static void onDestroy(void* userData);
+        static binder_status_t onDump(AIBinder* binder, int fd, const char** args,
+                                      uint32_t numArgs);
     };
 };
 
@@ -124,10 +126,19 @@ inline void ICInterface::ICInterfaceData::onDestroy(void* userData) {
     delete static_cast<ICInterfaceData*>(userData);
 }
 
+inline binder_status_t ICInterface::ICInterfaceData::onDump(AIBinder* binder, int fd,
+                                                            const char** args,
+                                                            uint32_t numArgs) {
+    std::shared_ptr<ICInterface> interface = asInterface(binder);
+    return interface == nullptr ? STATUS_OK : interface->dump(fd, args, numArgs);
+}
+
 inline AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
                                                 AIBinder_Class_onTransact onTransact) {
-    return AIBinder_Class_define(interfaceDescriptor, ICInterfaceData::onCreate,
-                                 ICInterfaceData::onDestroy, onTransact);
+    AIBinder_Class* clazz = AIBinder_Class_define(interfaceDescriptor, ICInterfaceData::onCreate,
+                                                  ICInterfaceData::onDestroy, onTransact);
+    if (clazz != nullptr) AIBinder_Class_setOnDump(clazz, ICInterfaceData::onDump);
+    return clazz;
 }
 
 inline std::shared_ptr<ICInterface> ICInterface::asInterface(AIBinder* binder) {
