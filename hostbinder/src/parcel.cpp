@@ -58,13 +58,12 @@ binder_status_t writeRaw(AParcel* p, const void* bytes, uint32_t size) {
     return STATUS_OK;
 }
 
-// Reads `size` bytes (plus padding) at the position and advances. On failure `bytes` is
-// zeroed, so that callers which ignore the status never see garbage.
+// Reads `size` bytes (plus padding) at the position and advances. On failure `bytes` is left
+// as it was: a reply cut short must not hand its caller a value it never sent.
 binder_status_t readRaw(const AParcel* p, void* bytes, uint32_t size) {
     if (p == nullptr) return STATUS_UNEXPECTED_NULL;
     const uint32_t total = padded(size);
     if (p->position > p->data.size() || p->data.size() - p->position < total) {
-        memset(bytes, 0, size);
         return STATUS_NOT_ENOUGH_DATA;
     }
     memcpy(bytes, p->data.data() + p->position, size);
@@ -162,14 +161,16 @@ binder_status_t AParcel_writeStrongBinder(AParcel* parcel, AIBinder* binder) {
 
 binder_status_t AParcel_readStrongBinder(const AParcel* parcel, AIBinder** binder) {
     if (parcel == nullptr || binder == nullptr) return STATUS_UNEXPECTED_NULL;
-    *binder = nullptr;
     const uint32_t offset = parcel->position;
     uint8_t entry[kObjectSize];
     binder_status_t status = readRaw(parcel, entry, kObjectSize);
     if (status != STATUS_OK) return status;
     int32_t kind = 0;
     memcpy(&kind, entry, sizeof(kind));
-    if (kind == kObjectNull) return STATUS_OK;
+    if (kind == kObjectNull) {
+        *binder = nullptr;
+        return STATUS_OK;
+    }
     for (const ParcelObject& o : parcel->objects) {
         if (o.offset == offset) {
             AIBinder_incStrong(o.binder);
@@ -178,6 +179,7 @@ binder_status_t AParcel_readStrongBinder(const AParcel* parcel, AIBinder** binde
         }
     }
     // Bytes that claim to be an object where none was written or received.
+    parcel->position = offset;
     return STATUS_BAD_VALUE;
 }
 
@@ -252,21 +254,21 @@ binder_status_t AParcel_readBool(const AParcel* p, bool* v) {
     if (v == nullptr) return STATUS_UNEXPECTED_NULL;
     int32_t raw = 0;
     binder_status_t status = readValue(p, &raw);
-    *v = raw != 0;
+    if (status == STATUS_OK) *v = raw != 0;
     return status;
 }
 binder_status_t AParcel_readChar(const AParcel* p, char16_t* v) {
     if (v == nullptr) return STATUS_UNEXPECTED_NULL;
     int32_t raw = 0;
     binder_status_t status = readValue(p, &raw);
-    *v = static_cast<char16_t>(raw);
+    if (status == STATUS_OK) *v = static_cast<char16_t>(raw);
     return status;
 }
 binder_status_t AParcel_readByte(const AParcel* p, int8_t* v) {
     if (v == nullptr) return STATUS_UNEXPECTED_NULL;
     int32_t raw = 0;
     binder_status_t status = readValue(p, &raw);
-    *v = static_cast<int8_t>(raw);
+    if (status == STATUS_OK) *v = static_cast<int8_t>(raw);
     return status;
 }
 

@@ -4,19 +4,22 @@
 #include <android/binder_process.h>
 #include <hostbinder/hostbinder.h>
 
+#include "directory.h"
+#include "dispatcher.h"
 #include "session.h"
-#include "thread_pool.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -24,27 +27,10 @@
 
 namespace {
 
-const std::string& directory() {
-    static const std::string* dir = [] {
-        const char* env = getenv("HOSTBINDER_DIR");
-        if (env != nullptr && env[0] != '\0') return new std::string(env);
-        const char* runtime = getenv("XDG_RUNTIME_DIR");
-        std::string base = runtime != nullptr && runtime[0] != '\0' ? runtime : "/tmp";
-        return new std::string(base + "/hostbinder-" + std::to_string(getuid()));
-    }();
-    return *dir;
-}
-
-// The directory is ours alone: made owner-only, and refused if someone else owns it.
-bool ensureDirectory() {
-    const std::string& dir = directory();
-    if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) return false;
-    struct stat st {};
-    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != getuid()) {
-        return false;
-    }
-    return true;
-}
+// Connections one service accepts at once; enough for every honest client on a workstation.
+constexpr size_t kMaxConnectionsPerService = 128;
+// How often a waiter looks again when the directory says nothing (a full backlog, say).
+constexpr int kWaitRetryMillis = 250;
 
 // Instance names contain '/', which a file name cannot.
 std::string socketPath(const std::string& instance) {
@@ -52,7 +38,7 @@ std::string socketPath(const std::string& instance) {
     for (char& c : name) {
         if (c == '/') c = '@';
     }
-    return directory() + "/" + name + ".sock";
+    return runtimeDirectory() + "/" + name + ".sock";
 }
 
 bool fillAddress(const std::string& path, sockaddr_un* addr) {
@@ -69,67 +55,142 @@ bool peerIsUs(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0 && cred.uid == getuid();
 }
 
-struct Served {
-    int listenFd;
-    AIBinder* binder;
-    bool stopped = false;
+// A served instance: its listening socket, watched by the binder threads.
+class Listener : public Watched {
+public:
+    Listener(int fd, std::string instance, AIBinder* binder)
+        : mFd(fd), mInstance(std::move(instance)), mBinder(binder),
+          mId(Dispatcher::get().newId()) {
+        AIBinder_incStrong(mBinder);
+    }
+    ~Listener() override {
+        close(mFd);
+        AIBinder_decStrong(mBinder);
+    }
+    void watch(const std::shared_ptr<Listener>& self) {
+        Dispatcher::get().add(mFd, mId, EPOLLIN, self);
+    }
+    void stop() {
+        mStopped.store(true);
+        Dispatcher::get().remove(mFd, mId);
+    }
+    void onEvent(uint32_t) override;
+
+private:
+    void refuse(int fd, size_t open);
+
+    const int mFd;
+    const std::string mInstance;
+    AIBinder* const mBinder;
+    const uint64_t mId;
+    std::atomic<bool> mStopped{false};
+    std::atomic<int64_t> mLastRefusalLog{0};
 };
 
-std::mutex gServedMutex;
-std::unordered_map<std::string, std::shared_ptr<Served>>& served() {
-    static auto* map = new std::unordered_map<std::string, std::shared_ptr<Served>>;
-    return *map;
-}
-
-void acceptLoop(std::string instance, std::shared_ptr<Served> entry) {
+void Listener::onEvent(uint32_t) {
     for (;;) {
-        int fd = accept4(entry->listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+        int fd = accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
             if (errno == EINTR || errno == ECONNABORTED) continue;
             if (errno == EMFILE || errno == ENFILE) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-                continue;
+                // Out of descriptors: look again a little later rather than spin on it.
+                hostbinderLog("cannot accept for %s: %s", mInstance.c_str(), strerror(errno));
+                Dispatcher::get().post([fd = mFd, id = mId] {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                    Dispatcher::get().rearm(fd, id, EPOLLIN);
+                });
+                return;
             }
             break;
         }
-        bool stopped;
-        {
-            std::lock_guard<std::mutex> lock(gServedMutex);
-            stopped = entry->stopped;
-        }
-        if (stopped || !peerIsUs(fd)) {
+        if (mStopped.load()) {
             close(fd);
-            if (stopped) break;
+            return;
+        }
+        if (!peerIsUs(fd)) {
+            close(fd);
             continue;
         }
-        Session::start(fd, instance, entry->binder);
+        const size_t open = SessionRegistry::get().servedCount(mInstance);
+        if (open >= kMaxConnectionsPerService) {
+            refuse(fd, open);
+            continue;
+        }
+        Session::start(fd, mInstance, mBinder);
     }
-    close(entry->listenFd);
-    AIBinder_decStrong(entry->binder);
+    if (!mStopped.load()) Dispatcher::get().rearm(mFd, mId, EPOLLIN);
 }
 
+void Listener::refuse(int fd, size_t open) {
+    ucred cred{};
+    socklen_t len = sizeof(cred);
+    getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len);
+    close(fd);
+    // One line a second at most: a flood of refusals must not become a flood of logging.
+    const int64_t now = monotonicMillis();
+    int64_t last = mLastRefusalLog.load();
+    if (now - last >= 1000 && mLastRefusalLog.compare_exchange_strong(last, now)) {
+        hostbinderLog("refusing a connection to %s from pid %d: %zu connections open (limit %zu)",
+                      mInstance.c_str(), static_cast<int>(cred.pid), open,
+                      kMaxConnectionsPerService);
+    }
+}
+
+std::mutex gServedMutex;
+std::unordered_map<std::string, std::shared_ptr<Listener>>& served() {
+    static auto* map = new std::unordered_map<std::string, std::shared_ptr<Listener>>;
+    return *map;
+}
+
+// A proxy for the instance when it is served and reachable now, without waiting.
 AIBinder* connectTo(const std::string& instance) {
     if (auto session = SessionRegistry::get().clientFor(instance)) return session->rootProxy();
     sockaddr_un addr;
     if (!fillAddress(socketPath(instance), &addr)) return nullptr;
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    // Non-blocking for the connect only: a service whose backlog is full is not reachable now.
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return nullptr;
-    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || !peerIsUs(fd)) {
+    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || !peerIsUs(fd) ||
+        fcntl(fd, F_SETFL, 0) != 0) {
         close(fd);
         return nullptr;
     }
     return Session::start(fd, instance, nullptr)->rootProxy();
 }
 
-// Polls for the instance; a zero limit waits for ever.
+// Waits for the instance, woken by changes in the directory; a zero limit waits for ever.
 AIBinder* waitFor(const char* instance, std::chrono::milliseconds limit) {
-    if (instance == nullptr) return nullptr;
+    if (instance == nullptr || !directoryTrusted()) return nullptr;
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (;;) {
-        if (AIBinder* binder = connectTo(instance)) return binder;
-        if (limit.count() != 0 && std::chrono::steady_clock::now() >= deadline) return nullptr;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // Watching starts before the first look, so an instance that appears in between is seen.
+    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (watch >= 0) {
+        inotify_add_watch(watch, runtimeDirectory().c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
     }
+    AIBinder* binder = nullptr;
+    for (;;) {
+        binder = connectTo(instance);
+        if (binder != nullptr) break;
+        int timeout = kWaitRetryMillis;
+        if (limit.count() != 0) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                    deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0) break;
+            timeout = std::min<int>(timeout, static_cast<int>(left.count()));
+        }
+        if (watch < 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(timeout));
+            continue;
+        }
+        pollfd p{watch, POLLIN, 0};
+        if (poll(&p, 1, timeout) > 0) {
+            alignas(inotify_event) char events[4096];
+            while (read(watch, events, sizeof(events)) > 0) {
+            }
+        }
+    }
+    if (watch >= 0) close(watch);
+    return binder;
 }
 
 }  // namespace
@@ -140,44 +201,49 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
     if (binder == nullptr || instance == nullptr || binder->isRemote()) {
         return EX_ILLEGAL_ARGUMENT;
     }
-    if (!ensureDirectory()) return EX_SECURITY;
+    if (!directoryTrusted()) return EX_SECURITY;
     sockaddr_un addr;
     const std::string path = socketPath(instance);
     if (!fillAddress(path, &addr)) return EX_ILLEGAL_ARGUMENT;
+    static std::atomic<uint32_t> counter{0};
+    const std::string staging = runtimeDirectory() + "/.staging-" + std::to_string(getpid()) +
+                                "-" + std::to_string(counter.fetch_add(1));
+    sockaddr_un stagingAddr;
+    if (!fillAddress(staging, &stagingAddr)) return EX_ILLEGAL_ARGUMENT;
 
     std::lock_guard<std::mutex> lock(gServedMutex);
-    auto existing = served().find(instance);
-    if (existing != served().end() && !existing->second->stopped) return EX_ILLEGAL_STATE;
+    if (served().count(instance) != 0) return EX_ILLEGAL_STATE;
 
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return EX_ILLEGAL_STATE;
     // A socket file left by a process that died is stale; one that answers is in use.
-    int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (probe >= 0) {
-        bool inUse = connect(probe, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+        const int rc = connect(probe, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+        const bool inUse = rc == 0 || errno == EAGAIN;
         close(probe);
-        if (inUse) {
-            close(fd);
-            return EX_ILLEGAL_STATE;
-        }
+        if (inUse) return EX_ILLEGAL_STATE;
     }
-    unlink(path.c_str());
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) return EX_ILLEGAL_STATE;
+    unlink(staging.c_str());
     const mode_t old = umask(0177);
-    int rc = bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+    int rc = bind(fd, reinterpret_cast<sockaddr*>(&stagingAddr), sizeof(stagingAddr));
     umask(old);
-    if (rc != 0 || listen(fd, 64) != 0) {
+    // The socket appears under its name only once it listens, so that a waiter woken by its
+    // arrival connects at the first try.
+    if (rc != 0 || listen(fd, SOMAXCONN) != 0 || rename(staging.c_str(), path.c_str()) != 0) {
+        unlink(staging.c_str());
         close(fd);
         return EX_ILLEGAL_STATE;
     }
-    AIBinder_incStrong(binder);
-    auto entry = std::make_shared<Served>(Served{fd, binder});
-    served()[instance] = entry;
-    std::thread(acceptLoop, std::string(instance), entry).detach();
+    auto listener = std::make_shared<Listener>(fd, instance, binder);
+    served()[instance] = listener;
+    listener->watch(listener);
     return EX_NONE;
 }
 
 AIBinder* AServiceManager_checkService(const char* instance) {
-    return instance == nullptr ? nullptr : connectTo(instance);
+    if (instance == nullptr || !directoryTrusted()) return nullptr;
+    return connectTo(instance);
 }
 
 AIBinder* AServiceManager_getService(const char* instance) {
@@ -189,57 +255,55 @@ AIBinder* AServiceManager_waitForService(const char* instance) {
 }
 
 bool AServiceManager_isDeclared(const char* instance) {
-    if (instance == nullptr) return false;
-    std::ifstream in(directory() + "/declared");
-    std::string line;
-    while (std::getline(in, line)) {
-        while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
-        if (line == instance) return true;
-    }
-    return false;
+    return instance != nullptr && directoryTrusted() && declaredInList(instance);
 }
 
 bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {
-    ThreadPool::get().setMaxThreads(numThreads);
+    Dispatcher::get().setMaxThreads(numThreads);
     return true;
 }
 
-void ABinderProcess_startThreadPool() {}
+void ABinderProcess_startThreadPool() { Dispatcher::get().start(); }
 
-void ABinderProcess_joinThreadPool() { ThreadPool::get().join(); }
+void ABinderProcess_joinThreadPool() { Dispatcher::get().join(); }
 
-const char* HostBinder_getDirectory() { return directory().c_str(); }
+const char* HostBinder_getDirectory() {
+    thread_local std::string dir;
+    dir = runtimeDirectory();
+    return dir.c_str();
+}
+
+const char* HostBinder_directoryProblem() {
+    thread_local std::string problem;
+    problem = directoryProblem();
+    return problem.empty() ? nullptr : problem.c_str();
+}
 
 binder_status_t HostBinder_declareService(const char* instance) {
     if (instance == nullptr || strchr(instance, '\n') != nullptr) return STATUS_BAD_VALUE;
-    if (!ensureDirectory()) return STATUS_PERMISSION_DENIED;
-    static std::mutex declareMutex;
-    std::lock_guard<std::mutex> lock(declareMutex);
-    if (AServiceManager_isDeclared(instance)) return STATUS_OK;
-    std::ofstream out(directory() + "/declared", std::ios::app);
-    out << instance << '\n';
-    return out.good() ? STATUS_OK : STATUS_UNKNOWN_ERROR;
+    if (!directoryTrusted()) return STATUS_PERMISSION_DENIED;
+    return addToDeclaredList(instance);
 }
 
 binder_status_t HostBinder_stopService(const char* instance) {
     if (instance == nullptr) return STATUS_UNEXPECTED_NULL;
+    std::shared_ptr<Listener> listener;
     {
         std::lock_guard<std::mutex> lock(gServedMutex);
         auto it = served().find(instance);
-        if (it == served().end() || it->second->stopped) return STATUS_NAME_NOT_FOUND;
-        it->second->stopped = true;
-        // Wakes the accept loop, which then closes the socket.
-        shutdown(it->second->listenFd, SHUT_RDWR);
-        unlink(socketPath(instance).c_str());
+        if (it == served().end()) return STATUS_NAME_NOT_FOUND;
+        listener = std::move(it->second);
         served().erase(it);
+        unlink(socketPath(instance).c_str());
     }
-    // Our own clients of the instance are closed here too, so that a lookup made right after
-    // this returns cannot be handed the connection that is going away.
+    listener->stop();
+    // Connections accepted for it are closed here too (our own clients among them), so that a
+    // lookup made right after this returns cannot be handed the connection that is going away.
     for (auto& session : SessionRegistry::get().sessionsOf(instance)) session->shutdown();
     return STATUS_OK;
 }
 
-bool HostBinder_isBinderThread() { return ThreadPool::onBinderThread(); }
+bool HostBinder_isBinderThread() { return Dispatcher::onBinderThread(); }
 
 int32_t HostBinder_connectionCount() { return SessionRegistry::get().count(); }
 

@@ -1,7 +1,8 @@
+// A session's reading, writing and teardown.
 #include "session.h"
 
-#include "thread_pool.h"
-
+#include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,49 +11,49 @@
 #include <cstring>
 
 namespace {
-constexpr size_t kReadBufferSize = 64 * 1024;
-
+constexpr size_t kInitialReadBuffer = 16 * 1024;
+// Long enough for any honest sender on one machine, short enough that a peer cannot park
+// half messages on us.
+constexpr int64_t kFrameTimeoutMillis = 3000;
+// A peer that takes none of its replies for this long is treated as gone.
+constexpr int64_t kDrainTimeoutMillis = 3000;
+// Bytes we keep for a peer that does not read; past this it is disconnected.
+constexpr size_t kOutboundLimit = 1u << 20;
 // Room for the most descriptors one message may carry.
 constexpr size_t kFdControlSize = CMSG_SPACE(sizeof(int) * kMaxParcelFds);
 
-// Writes the pieces in order with as few system calls as the socket allows; descriptors go
-// with the first byte.
-bool writeFully(int fd, iovec* iov, int count, const std::vector<int>* fds) {
+// One non-blocking send; descriptors (when given) go with the first byte.
+ssize_t sendSome(int fd, const iovec* iov, int count, const std::vector<int>* fds) {
     alignas(cmsghdr) char control[kFdControlSize];
-    bool fdsPending = fds != nullptr && !fds->empty();
-    while (count > 0) {
-        msghdr msg{};
-        msg.msg_iov = iov;
-        msg.msg_iovlen = static_cast<size_t>(count);
-        if (fdsPending) {
-            const size_t bytes = sizeof(int) * fds->size();
-            msg.msg_control = control;
-            msg.msg_controllen = CMSG_SPACE(bytes);
-            cmsghdr* c = CMSG_FIRSTHDR(&msg);
-            c->cmsg_level = SOL_SOCKET;
-            c->cmsg_type = SCM_RIGHTS;
-            c->cmsg_len = CMSG_LEN(bytes);
-            memcpy(CMSG_DATA(c), fds->data(), bytes);
-        }
-        ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL);
-        if (n > 0) fdsPending = false;
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        auto sent = static_cast<size_t>(n);
-        while (count > 0 && sent >= iov->iov_len) {
-            sent -= iov->iov_len;
-            ++iov;
-            --count;
-        }
-        if (count > 0) {
-            iov->iov_base = static_cast<uint8_t*>(iov->iov_base) + sent;
-            iov->iov_len -= sent;
-        }
+    msghdr msg{};
+    msg.msg_iov = const_cast<iovec*>(iov);
+    msg.msg_iovlen = static_cast<size_t>(count);
+    if (fds != nullptr && !fds->empty()) {
+        const size_t bytes = sizeof(int) * fds->size();
+        msg.msg_control = control;
+        msg.msg_controllen = CMSG_SPACE(bytes);
+        cmsghdr* c = CMSG_FIRSTHDR(&msg);
+        c->cmsg_level = SOL_SOCKET;
+        c->cmsg_type = SCM_RIGHTS;
+        c->cmsg_len = CMSG_LEN(bytes);
+        memcpy(CMSG_DATA(c), fds->data(), bytes);
     }
-    return true;
+    ssize_t n;
+    do {
+        n = sendmsg(fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
+    } while (n < 0 && errno == EINTR);
+    return n;
 }
 
-constexpr uint64_t kRootId = 0;
+bool validHeader(const WireHeader& h) {
+    return h.magic == kWireMagic && h.dataSize <= kMaxParcelSize &&
+           h.objectCount <= kMaxParcelObjects && h.fdCount <= kMaxParcelFds &&
+           (h.type == kWireTransact || h.type == kWireReply || h.type == kWireRelease);
+}
+
+void closeAll(const std::vector<int>& fds) {
+    for (int fd : fds) close(fd);
+}
 }  // namespace
 
 CallingIdentity& callingIdentity() {
@@ -69,20 +70,26 @@ std::shared_ptr<Session> Session::start(int fd, std::string instance, AIBinder* 
         s->mPeerUid = cred.uid;
     }
     SessionRegistry::get().add(s);
-    ThreadPool::get().post([s] { s->readLoop(); });
+    Dispatcher::get().add(fd, s->mWatchId, EPOLLIN, s);
     return s;
 }
 
 Session::Session(int fd, std::string instance, AIBinder* root)
-    : mFd(fd), mInstance(std::move(instance)), mRoot(root) {
+    : mFd(fd),
+      mInstance(std::move(instance)),
+      mRoot(root),
+      mWatchId(Dispatcher::get().newId()),
+      mArmed(EPOLLIN) {
     if (mRoot != nullptr) {
         AIBinder_incStrong(mRoot);
-        mExports[kRootId] = Export{mRoot, UINT64_MAX};
-        mExportIds[mRoot] = kRootId;
+        mExports[kWireRootObject] = Export{mRoot, UINT64_MAX};
+        mExportIds[mRoot] = kWireRootObject;
     }
 }
 
 Session::~Session() {
+    for (const Queued& q : mOutQueue) closeAll(q.fds);
+    for (int fd : mInFds) close(fd);
     // Closed only here: a late reply or release after the peer went must not write to a
     // descriptor number that has meanwhile been reused.
     close(mFd);
@@ -103,152 +110,300 @@ void Session::shutdown() {
     ::shutdown(mFd, SHUT_RDWR);
 }
 
-AIBinder* Session::rootProxy() {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return proxyForLocked(kRootId);
+void Session::rearmLocked() {
+    if (mDead) return;
+    uint32_t want = mReading ? 0u : static_cast<uint32_t>(EPOLLIN);
+    if (mWantWrite.load()) want |= EPOLLOUT;
+    if (want == mArmed) return;
+    Dispatcher::get().rearm(mFd, mWatchId, want);
+    mArmed = want;
 }
 
-AIBinder* Session::proxyForLocked(uint64_t id) {
-    auto it = mProxies.find(id);
-    if (it != mProxies.end() && it->second->tryIncStrong()) {
-        it->second->acquired++;
-        return it->second;
+void Session::wakeWaiterLocked() {
+    for (Pending* p = mPending; p != nullptr; p = p->next) {
+        if (!p->done) {
+            p->cv.notify_one();
+            return;
+        }
     }
-    auto* proxy = new RemoteBinder(shared_from_this(), id);
-    proxy->acquired = 1;
-    if (mDead) proxy->dead = true;
-    mProxies[id] = proxy;
-    return proxy;
 }
 
-AIBinder* Session::exportedLocked(uint64_t id) {
-    auto it = mExports.find(id);
-    if (it == mExports.end()) return nullptr;
-    AIBinder_incStrong(it->second.binder);
-    return it->second.binder;
-}
-
-void Session::proxyGone(RemoteBinder* proxy) {
-    WireHeader release{};
+void Session::onEvent(uint32_t events) {
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        auto it = mProxies.find(proxy->remoteId);
-        if (it != mProxies.end() && it->second == proxy) mProxies.erase(it);
-        if (mDead || proxy->remoteId == kRootId || proxy->acquired == 0) return;
-        release.magic = kWireMagic;
-        release.type = kWireRelease;
-        release.target = proxy->remoteId;
-        release.code = proxy->acquired;
+        mArmed = 0;  // one-shot: the registration reports nothing more until re-armed
     }
-    send(release, Outgoing{});
+    if (mWantWrite.load()) flush();
+    if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
+        serve();
+        return;
+    }
+    std::lock_guard<std::mutex> lock(mMutex);
+    rearmLocked();
 }
 
-binder_status_t Session::flatten(const AParcel& parcel, Outgoing* out) {
-    out->data = &parcel.data;
-    if (!parcel.fds.empty()) out->fds = &parcel.fds;
-    if (parcel.objects.empty()) return STATUS_OK;
-    out->patched = parcel.data;
-    out->data = &out->patched;
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (mDead) return STATUS_DEAD_OBJECT;
-    for (const ParcelObject& o : parcel.objects) {
-        int32_t kind;
-        uint64_t id;
-        if (o.binder->isRemote()) {
-            auto* remote = static_cast<RemoteBinder*>(o.binder);
-            // A proxy can only go back to the process it came from.
-            if (remote->session.get() != this) return STATUS_BAD_VALUE;
-            kind = kObjectReceiverLocal;
-            id = remote->remoteId;
+// --- Reading -------------------------------------------------------------------------------
+
+ssize_t Session::receive(void* buffer, size_t size, int flags) {
+    alignas(cmsghdr) char control[kFdControlSize];
+    iovec iov{buffer, size};
+    msghdr msg{};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof(control);
+    ssize_t n = recvmsg(mFd, &msg, flags | MSG_CMSG_CLOEXEC);
+    if (n < 0) return n;
+    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
+        if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
+        const size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; ++i) {
+            int fd;
+            memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof(int));
+            mInFds.push_back(fd);
+        }
+    }
+    // Descriptors lost to a short control buffer would shift every later message's.
+    if (msg.msg_flags & MSG_CTRUNC) {
+        errno = EPROTO;
+        return -1;
+    }
+    return n;
+}
+
+Session::Read Session::readMore(bool block) {
+    if (mReadEnd == mReadBuffer.size()) {
+        if (mReadStart > 0) {
+            std::memmove(mReadBuffer.data(), mReadBuffer.data() + mReadStart,
+                         mReadEnd - mReadStart);
+            mReadEnd -= mReadStart;
+            mReadStart = 0;
         } else {
-            kind = kObjectSenderLocal;
-            auto known = mExportIds.find(o.binder);
-            if (known != mExportIds.end()) {
-                id = known->second;
-                mExports[id].count++;
-            } else {
-                id = mNextExportId++;
-                AIBinder_incStrong(o.binder);
-                mExports[id] = Export{o.binder, 1};
-                mExportIds[o.binder] = id;
-            }
+            // Grows only as bytes really arrive, so a header that promises much costs little.
+            mReadBuffer.resize(std::max(kInitialReadBuffer, mReadBuffer.size() * 2));
         }
-        memcpy(out->patched.data() + o.offset, &kind, sizeof(kind));
-        memcpy(out->patched.data() + o.offset + 8, &id, sizeof(id));
-        out->offsets.push_back(o.offset);
     }
-    return STATUS_OK;
+    ssize_t n = receive(mReadBuffer.data() + mReadEnd, mReadBuffer.size() - mReadEnd,
+                        block ? 0 : MSG_DONTWAIT);
+    if (n > 0) {
+        mReadEnd += static_cast<size_t>(n);
+        if (mPartialSince.load() == 0) mPartialSince.store(monotonicMillis());
+        return Read::kMore;
+    }
+    if (n < 0 && errno == EINTR) return Read::kMore;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Read::kWouldBlock;
+    return Read::kClosed;
 }
 
-binder_status_t Session::unflatten(AParcel* parcel, const std::vector<uint32_t>& offsets) {
-    binder_status_t result = STATUS_OK;
-    uint32_t nextFree = 0;
-    std::lock_guard<std::mutex> lock(mMutex);
-    for (uint32_t offset : offsets) {
-        // Objects must be aligned, in order, apart, and inside the data.
-        if (offset % 4 != 0 || offset < nextFree || offset > parcel->data.size() ||
-            parcel->data.size() - offset < kObjectSize) {
-            result = STATUS_BAD_VALUE;
-            continue;
-        }
-        nextFree = offset + kObjectSize;
-        int32_t kind;
-        uint64_t id;
-        memcpy(&kind, parcel->data.data() + offset, sizeof(kind));
-        memcpy(&id, parcel->data.data() + offset + 8, sizeof(id));
-        AIBinder* binder = nullptr;
-        if (kind == kObjectSenderLocal) {
-            // Taken even when the parcel is refused, so that the release we send when the
-            // parcel goes balances what the sender counted.
-            binder = proxyForLocked(id);
-        } else if (kind == kObjectReceiverLocal) {
-            binder = exportedLocked(id);
-        }
-        if (binder == nullptr) {
-            result = STATUS_BAD_VALUE;
-            continue;
-        }
-        parcel->objects.push_back({offset, binder});
-    }
-    return result;
+bool Session::frameBuffered() const {
+    const size_t available = mReadEnd - mReadStart;
+    if (available < sizeof(WireHeader)) return false;
+    WireHeader h;
+    memcpy(&h, mReadBuffer.data() + mReadStart, sizeof(h));
+    return !validHeader(h) ||
+           available >= sizeof(h) + size_t{h.objectCount} * 4 + h.dataSize;
 }
 
-bool Session::send(const WireHeader& h, const Outgoing& out) {
-    WireHeader header = h;
-    header.magic = kWireMagic;
-    header.objectCount = static_cast<uint32_t>(out.offsets.size());
-    header.dataSize = out.data == nullptr ? 0 : static_cast<uint32_t>(out.data->size());
-    header.fdCount = out.fds == nullptr ? 0 : static_cast<uint32_t>(out.fds->size());
-    if (header.fdCount > kMaxParcelFds) return false;
-    iovec iov[3] = {
-            {&header, sizeof(header)},
-            {const_cast<uint32_t*>(out.offsets.data()), out.offsets.size() * sizeof(uint32_t)},
-            {out.data == nullptr ? nullptr : const_cast<uint8_t*>(out.data->data()),
-             header.dataSize},
-    };
-    std::lock_guard<std::mutex> lock(mWriteMutex);
-    if (!writeFully(mFd, iov, 3, out.fds)) {
-        shutdown();
+bool Session::takeFrame(Frame* frame, bool* bad) {
+    *bad = false;
+    const size_t available = mReadEnd - mReadStart;
+    if (available < sizeof(WireHeader)) return false;
+    const uint8_t* at = mReadBuffer.data() + mReadStart;
+    WireHeader h;
+    memcpy(&h, at, sizeof(h));
+    if (!validHeader(h)) {
+        *bad = true;  // not our protocol, or lying about sizes: the connection cannot be trusted
         return false;
+    }
+    const size_t offsetBytes = size_t{h.objectCount} * 4;
+    const size_t total = sizeof(h) + offsetBytes + h.dataSize;
+    if (available < total) return false;
+    if (mInFds.size() < h.fdCount) {
+        *bad = true;
+        return false;
+    }
+    frame->header = h;
+    frame->offsets.resize(h.objectCount);
+    if (offsetBytes > 0) memcpy(frame->offsets.data(), at + sizeof(h), offsetBytes);
+    frame->data.assign(at + sizeof(h) + offsetBytes, at + total);
+    frame->fds.assign(mInFds.begin(), mInFds.begin() + h.fdCount);
+    mInFds.erase(mInFds.begin(), mInFds.begin() + h.fdCount);
+    mReadStart += total;
+    if (mReadStart == mReadEnd) {
+        mReadStart = mReadEnd = 0;
+        mPartialSince.store(0);
+    } else {
+        mPartialSince.store(monotonicMillis());
     }
     return true;
 }
 
-void Session::sendReply(uint64_t txId, binder_status_t status, AParcel* reply) {
-    WireHeader h{};
-    h.type = kWireReply;
-    h.txId = txId;
-    h.status = status;
-    Outgoing out;
-    if (status == STATUS_OK && reply != nullptr) {
-        binder_status_t flat = flatten(*reply, &out);
-        if (flat != STATUS_OK) {
-            h.status = flat;
-            out = Outgoing{};
+void Session::serve() {
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mReading || mDead) {
+            rearmLocked();
+            return;
+        }
+        mReading = true;
+    }
+    Incoming incoming;
+    bool closed = false;
+    for (;;) {
+        Frame frame;
+        bool bad = false;
+        if (takeFrame(&frame, &bad)) {
+            if (!handle(frame, &incoming)) {
+                closed = true;
+                break;
+            }
+            if (incoming.target != nullptr) break;
+            continue;
+        }
+        if (bad) {
+            closed = true;
+            break;
+        }
+        const Read r = readMore(false);
+        if (r == Read::kWouldBlock) break;
+        if (r == Read::kClosed) {
+            closed = true;
+            break;
         }
     }
-    send(h, out);
+    if (closed) teardown();
+    const bool more = !closed && frameBuffered();
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mReading = false;
+        rearmLocked();
+        wakeWaiterLocked();
+    }
+    // Messages that came in the same read wait for a thread of their own; the socket will
+    // not announce them again.
+    if (more) {
+        std::shared_ptr<Session> self = shared_from_this();
+        Dispatcher::get().post([self] { self->serve(); });
+    }
+    if (incoming.target != nullptr) {
+        Dispatcher::get().ensureSpare();
+        runTransaction(std::move(incoming));
+    }
 }
+
+void Session::readUntilAnswered(Pending* mine) {
+    bool closed = false;
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            if (mine->done) break;
+        }
+        Frame frame;
+        bool bad = false;
+        if (takeFrame(&frame, &bad)) {
+            Incoming incoming;
+            if (!handle(frame, &incoming)) {
+                closed = true;
+                break;
+            }
+            // Incoming calls belong to binder threads, never to a caller's thread.
+            if (incoming.target != nullptr) postTransaction(std::move(incoming));
+            continue;
+        }
+        if (bad || readMore(true) == Read::kClosed) {
+            closed = true;
+            break;
+        }
+    }
+    if (closed) teardown();
+}
+
+bool Session::handle(Frame& frame, Incoming* incoming) {
+    const WireHeader& h = frame.header;
+    struct FdCloser {
+        std::vector<int>& fds;
+        ~FdCloser() { closeAll(fds); }
+    } closeUnclaimed{frame.fds};
+    switch (h.type) {
+        case kWireRelease: {
+            AIBinder* drop = nullptr;
+            {
+                std::lock_guard<std::mutex> lock(mMutex);
+                auto it = mExports.find(h.target);
+                if (it == mExports.end() || h.target == kWireRootObject) return true;
+                if (it->second.count <= h.code) {
+                    drop = it->second.binder;
+                    mExportIds.erase(drop);
+                    mExports.erase(it);
+                } else {
+                    it->second.count -= h.code;
+                }
+            }
+            if (drop != nullptr) AIBinder_decStrong(drop);
+            return true;
+        }
+        case kWireReply: {
+            auto reply = std::make_unique<AParcel>();
+            reply->data = std::move(frame.data);
+            reply->fds.swap(frame.fds);
+            binder_status_t status = h.status;
+            if (status == STATUS_OK) {
+                binder_status_t flat = unflatten(reply.get(), frame.offsets);
+                if (flat != STATUS_OK) status = flat;
+            }
+            std::lock_guard<std::mutex> lock(mMutex);
+            Pending* p = mPending;
+            while (p != nullptr && (p->txId != h.txId || p->done)) p = p->next;
+            if (p == nullptr) return false;  // a reply nobody asked for
+            p->status = status;
+            p->reply = std::move(reply);
+            p->done = true;
+            p->cv.notify_one();
+            return true;
+        }
+        case kWireTransact: {
+            const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
+            auto in = std::make_unique<AParcel>();
+            in->data = std::move(frame.data);
+            in->fds.swap(frame.fds);
+            binder_status_t status = unflatten(in.get(), frame.offsets);
+            AIBinder* target = nullptr;
+            if (status == STATUS_OK) {
+                std::lock_guard<std::mutex> lock(mMutex);
+                target = exportedLocked(h.target);
+                if (target == nullptr) status = STATUS_BAD_VALUE;
+            }
+            if (status != STATUS_OK) {
+                if (!oneway) sendReply(h.txId, status, nullptr);
+                return true;
+            }
+            *incoming = Incoming{h, target, std::move(in)};
+            return true;
+        }
+    }
+    return false;
+}
+
+void Session::postTransaction(Incoming incoming) {
+    auto held = std::make_shared<Incoming>(std::move(incoming));
+    std::shared_ptr<Session> self = shared_from_this();
+    Dispatcher::get().post([self, held] { self->runTransaction(std::move(*held)); });
+}
+
+void Session::runTransaction(Incoming incoming) {
+    const WireHeader& h = incoming.header;
+    CallingIdentity saved = callingIdentity();
+    callingIdentity() = {mPeerUid, mPeerPid, true};
+    AParcel reply;
+    binder_status_t status = dispatchLocal(static_cast<LocalBinder*>(incoming.target), h.code,
+                                           incoming.in.get(), &reply);
+    callingIdentity() = saved;
+    incoming.in.reset();
+    if ((h.flags & FLAG_ONEWAY) == 0) sendReply(h.txId, status, &reply);
+    AIBinder_decStrong(incoming.target);
+}
+
+// --- Calling -------------------------------------------------------------------------------
 
 binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
                                   std::unique_ptr<AParcel> in, AParcel** out,
@@ -271,14 +426,40 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     {
         std::lock_guard<std::mutex> lock(mMutex);
         if (mDead) return STATUS_DEAD_OBJECT;
-        h.txId = mNextTxId++;
-        mPending[h.txId] = &pending;
+        h.txId = pending.txId = mNextTxId++;
+        pending.next = mPending;
+        mPending = &pending;
     }
     send(h, request);  // a failed send ends the session, which answers `pending`
-    in.reset();    // its binders need not be held while waiting for the reply
+    in.reset();        // its binders need not be held while waiting for the reply
+
     std::unique_lock<std::mutex> lock(mMutex);
-    pending.cv.wait(lock, [&] { return pending.done; });
-    mPending.erase(h.txId);
+    while (!pending.done) {
+        if (!mReading && !mDead) {
+            // Nobody reads this connection now: the caller reads its own reply.
+            mReading = true;
+            rearmLocked();
+            lock.unlock();
+            readUntilAnswered(&pending);
+            const bool more = frameBuffered();
+            lock.lock();
+            mReading = false;
+            rearmLocked();
+            wakeWaiterLocked();
+            if (more) {
+                std::shared_ptr<Session> self = shared_from_this();
+                Dispatcher::get().post([self] { self->serve(); });
+            }
+            continue;
+        }
+        pending.cv.wait(lock);
+    }
+    for (Pending** p = &mPending; *p != nullptr; p = &(*p)->next) {
+        if (*p == &pending) {
+            *p = pending.next;
+            break;
+        }
+    }
     lock.unlock();
     if (pending.status != STATUS_OK) return pending.status;
     if (pending.reply == nullptr) pending.reply = std::make_unique<AParcel>();
@@ -286,166 +467,139 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     return STATUS_OK;
 }
 
-ssize_t Session::receive(void* buffer, size_t size) {
-    alignas(cmsghdr) char control[kFdControlSize];
-    iovec iov{buffer, size};
-    msghdr msg{};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof(control);
-    ssize_t n = recvmsg(mFd, &msg, MSG_CMSG_CLOEXEC);
-    if (n < 0) return n;
-    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
-        if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
-        const size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; ++i) {
-            int fd;
-            memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof(int));
-            mInFds.push_back(fd);
-        }
-    }
-    // Descriptors lost to a short control buffer would shift every later message's.
-    if (msg.msg_flags & MSG_CTRUNC) return -1;
-    return n;
-}
+// --- Writing -------------------------------------------------------------------------------
 
-bool Session::readFully(void* buffer, size_t size) {
-    auto* p = static_cast<uint8_t*>(buffer);
-    while (size > 0) {
-        if (mReadStart == mReadEnd) {
-            if (size >= kReadBufferSize) {  // large payloads go straight to their place
-                ssize_t n = receive(p, size);
-                if (n < 0 && errno == EINTR) continue;
-                if (n <= 0) return false;
-                p += n;
-                size -= static_cast<size_t>(n);
-                continue;
+bool Session::send(const WireHeader& h, const Outgoing& out) {
+    WireHeader header = h;
+    header.magic = kWireMagic;
+    header.objectCount = static_cast<uint32_t>(out.offsets.size());
+    header.dataSize = out.data == nullptr ? 0 : static_cast<uint32_t>(out.data->size());
+    header.fdCount = out.fds == nullptr ? 0 : static_cast<uint32_t>(out.fds->size());
+    if (header.fdCount > kMaxParcelFds) return false;
+    iovec iov[3] = {
+            {&header, sizeof(header)},
+            {const_cast<uint32_t*>(out.offsets.data()), out.offsets.size() * sizeof(uint32_t)},
+            {out.data == nullptr ? nullptr : const_cast<uint8_t*>(out.data->data()),
+             header.dataSize},
+    };
+    const size_t total = iov[0].iov_len + iov[1].iov_len + iov[2].iov_len;
+    size_t sent = 0;
+    int first = 0;  // the first piece not wholly sent
+
+    std::lock_guard<std::mutex> lock(mWriteMutex);
+    if (mWriteFailed) return false;
+    if (mOutQueue.empty()) {
+        // The common path: the socket takes it all at once.
+        while (sent < total) {
+            ssize_t n = sendSome(mFd, iov + first, 3 - first, sent == 0 ? out.fds : nullptr);
+            if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+            if (n <= 0) {
+                failWrites(nullptr);
+                return false;
             }
-            if (mReadBuffer.empty()) mReadBuffer.resize(kReadBufferSize);
-            ssize_t n = receive(mReadBuffer.data(), mReadBuffer.size());
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) return false;
-            mReadStart = 0;
-            mReadEnd = static_cast<size_t>(n);
+            sent += static_cast<size_t>(n);
+            auto left = static_cast<size_t>(n);
+            while (first < 3 && left >= iov[first].iov_len) left -= iov[first++].iov_len;
+            if (first < 3) {
+                iov[first].iov_base = static_cast<uint8_t*>(iov[first].iov_base) + left;
+                iov[first].iov_len -= left;
+            }
         }
-        const size_t take = std::min(size, mReadEnd - mReadStart);
-        memcpy(p, mReadBuffer.data() + mReadStart, take);
-        mReadStart += take;
-        p += take;
-        size -= take;
+        if (sent == total) return true;
+    } else if (mOutBytes > kOutboundLimit) {
+        failWrites("it leaves its replies unread");
+        return false;
     }
+    // Whatever the socket did not take waits, in order, for a binder thread to write it.
+    Queued q;
+    q.bytes.reserve(total - sent);
+    for (int i = first; i < 3; ++i) {
+        const auto* bytes = static_cast<const uint8_t*>(iov[i].iov_base);
+        q.bytes.insert(q.bytes.end(), bytes, bytes + iov[i].iov_len);
+    }
+    if (sent == 0 && out.fds != nullptr) {
+        for (int fd : *out.fds) q.fds.push_back(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    }
+    mOutBytes += q.bytes.size();
+    mOutQueue.push_back(std::move(q));
+    if (!mWantWrite.exchange(true)) mStalledSince.store(monotonicMillis());
+    std::lock_guard<std::mutex> state(mMutex);
+    rearmLocked();
     return true;
 }
 
-void Session::readLoop() {
-    for (;;) {
-        WireHeader h;
-        if (!readFully(&h, sizeof(h))) break;
-        if (h.magic != kWireMagic || h.dataSize > kMaxParcelSize ||
-            h.objectCount > kMaxParcelObjects || h.fdCount > kMaxParcelFds ||
-            (h.type != kWireTransact && h.type != kWireReply && h.type != kWireRelease)) {
-            break;  // not our protocol, or lying about sizes: the connection cannot be trusted
+void Session::flush() {
+    std::lock_guard<std::mutex> lock(mWriteMutex);
+    while (!mOutQueue.empty() && !mWriteFailed) {
+        Queued& q = mOutQueue.front();
+        iovec iov{q.bytes.data() + q.sent, q.bytes.size() - q.sent};
+        ssize_t n = sendSome(mFd, &iov, 1, q.sent == 0 ? &q.fds : nullptr);
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+        if (n <= 0) {
+            failWrites(nullptr);
+            break;
         }
-        std::vector<uint32_t> offsets(h.objectCount);
-        std::vector<uint8_t> data(h.dataSize);
-        if (h.objectCount > 0 && !readFully(offsets.data(), h.objectCount * 4)) break;
-        if (h.dataSize > 0 && !readFully(data.data(), h.dataSize)) break;
-        if (mInFds.size() < h.fdCount) break;
-        std::vector<int> fds(mInFds.begin(), mInFds.begin() + h.fdCount);
-        mInFds.erase(mInFds.begin(), mInFds.begin() + h.fdCount);
-        Incoming incoming;
-        if (!handle(h, offsets, data, fds, &incoming)) break;
-        if (incoming.target != nullptr) {
-            // Another thread goes on reading, so replies to nested calls made by this
-            // transaction still arrive; this thread runs the transaction at once.
-            std::shared_ptr<Session> self = shared_from_this();
-            ThreadPool::get().post([self] { self->readLoop(); });
-            runTransaction(std::move(incoming));
-            return;
-        }
+        closeAll(q.fds);
+        q.fds.clear();
+        q.sent += static_cast<size_t>(n);
+        mOutBytes -= static_cast<size_t>(n);
+        mStalledSince.store(monotonicMillis());
+        if (q.sent == q.bytes.size()) mOutQueue.pop_front();
     }
-    teardown();
+    if (mOutQueue.empty()) {
+        mWantWrite.store(false);
+        mStalledSince.store(0);
+    }
+    std::lock_guard<std::mutex> state(mMutex);
+    rearmLocked();
 }
 
-bool Session::handle(const WireHeader& h, std::vector<uint32_t>& offsets,
-                     std::vector<uint8_t>& data, std::vector<int>& fds, Incoming* incoming) {
-    struct FdCloser {
-        std::vector<int>& fds;
-        ~FdCloser() {
-            for (int fd : fds) close(fd);
-        }
-    } closeUnclaimed{fds};
-    switch (h.type) {
-        case kWireRelease: {
-            AIBinder* drop = nullptr;
-            {
-                std::lock_guard<std::mutex> lock(mMutex);
-                auto it = mExports.find(h.target);
-                if (it == mExports.end() || h.target == kRootId) return true;
-                if (it->second.count <= h.code) {
-                    drop = it->second.binder;
-                    mExportIds.erase(drop);
-                    mExports.erase(it);
-                } else {
-                    it->second.count -= h.code;
-                }
-            }
-            if (drop != nullptr) AIBinder_decStrong(drop);
-            return true;
-        }
-        case kWireReply: {
-            auto reply = std::make_unique<AParcel>();
-            reply->data = std::move(data);
-            reply->fds.swap(fds);
-            binder_status_t status = h.status;
-            if (status == STATUS_OK) {
-                binder_status_t flat = unflatten(reply.get(), offsets);
-                if (flat != STATUS_OK) status = flat;
-            }
-            std::lock_guard<std::mutex> lock(mMutex);
-            auto it = mPending.find(h.txId);
-            if (it == mPending.end()) return false;  // a reply nobody asked for
-            it->second->status = status;
-            it->second->reply = std::move(reply);
-            it->second->done = true;
-            it->second->cv.notify_one();
-            return true;
-        }
-        case kWireTransact: {
-            const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
-            auto in = std::make_unique<AParcel>();
-            in->data = std::move(data);
-            in->fds.swap(fds);
-            binder_status_t status = unflatten(in.get(), offsets);
-            AIBinder* target = nullptr;
-            if (status == STATUS_OK) {
-                std::lock_guard<std::mutex> lock(mMutex);
-                target = exportedLocked(h.target);
-                if (target == nullptr) status = STATUS_BAD_VALUE;
-            }
-            if (status != STATUS_OK) {
-                if (!oneway) sendReply(h.txId, status, nullptr);
-                return true;
-            }
-            *incoming = Incoming{h, target, std::move(in)};
-            return true;
-        }
+void Session::failWrites(const char* why) {
+    if (why != nullptr) {
+        hostbinderLog("closing a connection of %s to pid %d: %s (%zu bytes waiting)",
+                      mInstance.c_str(), static_cast<int>(mPeerPid), why, mOutBytes);
     }
-    return false;
+    mWriteFailed = true;
+    for (const Queued& q : mOutQueue) closeAll(q.fds);
+    mOutQueue.clear();
+    mOutBytes = 0;
+    mWantWrite.store(false);
+    mStalledSince.store(0);
+    shutdown();
 }
 
-void Session::runTransaction(Incoming incoming) {
-    const WireHeader& h = incoming.header;
-    CallingIdentity saved = callingIdentity();
-    callingIdentity() = {mPeerUid, mPeerPid, true};
-    AParcel reply;
-    binder_status_t status = dispatchLocal(static_cast<LocalBinder*>(incoming.target), h.code,
-                                           incoming.in.get(), &reply);
-    callingIdentity() = saved;
-    incoming.in.reset();
-    if ((h.flags & FLAG_ONEWAY) == 0) sendReply(h.txId, status, &reply);
-    AIBinder_decStrong(incoming.target);
+void Session::sendReply(uint64_t txId, binder_status_t status, AParcel* reply) {
+    WireHeader h{};
+    h.type = kWireReply;
+    h.txId = txId;
+    h.status = status;
+    Outgoing out;
+    if (status == STATUS_OK && reply != nullptr) {
+        binder_status_t flat = flatten(*reply, &out);
+        if (flat != STATUS_OK) {
+            h.status = flat;
+            out = Outgoing{};
+        }
+    }
+    send(h, out);
+}
+
+// --- Ending --------------------------------------------------------------------------------
+
+void Session::sweep(int64_t nowMs) {
+    const int64_t partial = mPartialSince.load();
+    if (partial != 0 && nowMs - partial > kFrameTimeoutMillis && alive()) {
+        hostbinderLog("closing a connection of %s to pid %d: half a message for over %lld ms",
+                      mInstance.c_str(), static_cast<int>(mPeerPid),
+                      static_cast<long long>(kFrameTimeoutMillis));
+        shutdown();
+        return;
+    }
+    const int64_t stalled = mStalledSince.load();
+    if (stalled != 0 && nowMs - stalled > kDrainTimeoutMillis) {
+        std::lock_guard<std::mutex> lock(mWriteMutex);
+        if (!mOutQueue.empty() && !mWriteFailed) failWrites("it leaves its replies unread");
+    }
 }
 
 void Session::teardown() {
@@ -453,11 +607,13 @@ void Session::teardown() {
     std::vector<AIBinder*> proxies;
     {
         std::lock_guard<std::mutex> lock(mMutex);
+        if (mDead) return;
         mDead = true;
-        for (auto& entry : mPending) {
-            entry.second->status = STATUS_DEAD_OBJECT;
-            entry.second->done = true;
-            entry.second->cv.notify_one();
+        for (Pending* p = mPending; p != nullptr; p = p->next) {
+            if (p->done) continue;
+            p->status = STATUS_DEAD_OBJECT;
+            p->done = true;
+            p->cv.notify_one();
         }
         // The root goes too: a service that keeps proxies of this connection's callbacks
         // would otherwise keep itself alive through them.
@@ -468,6 +624,7 @@ void Session::teardown() {
             if (entry.second->tryIncStrong()) proxies.push_back(entry.second);
         }
     }
+    Dispatcher::get().remove(mFd, mWatchId);
     for (int fd : mInFds) close(fd);
     mInFds.clear();
     SessionRegistry::get().remove(this);
@@ -476,54 +633,11 @@ void Session::teardown() {
     for (AIBinder* b : proxies) {
         auto* proxy = static_cast<RemoteBinder*>(b);
         std::vector<DeathLink> links = proxy->die();
-        ThreadPool::get().post([proxy, links = std::move(links)] {
+        Dispatcher::get().post([proxy, links = std::move(links)] {
             for (const DeathLink& link : links) {
                 if (!link.recipient->deleted.load()) link.recipient->onDied(link.cookie);
             }
             AIBinder_decStrong(proxy);
         });
     }
-}
-
-SessionRegistry& SessionRegistry::get() {
-    static SessionRegistry* registry = new SessionRegistry;
-    return *registry;
-}
-
-void SessionRegistry::add(const std::shared_ptr<Session>& s) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mSessions.push_back(s);
-}
-
-void SessionRegistry::remove(Session* s) {
-    std::shared_ptr<Session> last;  // destroyed after the lock is released
-    std::lock_guard<std::mutex> lock(mMutex);
-    auto it = std::find_if(mSessions.begin(), mSessions.end(),
-                           [s](const std::shared_ptr<Session>& p) { return p.get() == s; });
-    if (it != mSessions.end()) {
-        last = std::move(*it);
-        mSessions.erase(it);
-    }
-}
-
-std::shared_ptr<Session> SessionRegistry::clientFor(const std::string& instance) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    for (auto& s : mSessions) {
-        if (!s->serverSide() && s->instance() == instance && s->alive()) return s;
-    }
-    return nullptr;
-}
-
-std::vector<std::shared_ptr<Session>> SessionRegistry::sessionsOf(const std::string& instance) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    std::vector<std::shared_ptr<Session>> out;
-    for (auto& s : mSessions) {
-        if (s->instance() == instance) out.push_back(s);
-    }
-    return out;
-}
-
-int32_t SessionRegistry::count() {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return static_cast<int32_t>(mSessions.size());
 }

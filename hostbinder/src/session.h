@@ -1,35 +1,41 @@
 // One connection between two processes (or two ends in one process). Either end may send
 // transactions: binder objects passed in parcels are exported by the sender and become
 // proxies at the receiver, which reports back when it lets go of them.
+//
+// One thread reads at a time (it holds the read turn): a caller waiting for its reply when
+// nobody else reads, or else a binder thread woken by the dispatcher. Writes never block: what
+// the socket does not take is queued, up to a bound, and a peer that leaves it there too long
+// is disconnected.
 #pragma once
 
 #include "binder.h"
+#include "dispatcher.h"
 #include "parcel.h"
 #include "wire.h"
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <condition_variable>
-#include <deque>
 #include <cstdint>
-#include <map>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-class Session : public std::enable_shared_from_this<Session> {
+class Session : public Watched, public std::enable_shared_from_this<Session> {
 public:
-    // Takes ownership of `fd` and starts reading it. A server end exports `root` as object 0.
+    // Takes ownership of `fd` (a blocking socket). A server end exports `root` as object 0.
     static std::shared_ptr<Session> start(int fd, std::string instance, AIBinder* root);
-    ~Session();
+    ~Session() override;
 
     // A new strong reference to the peer's object 0.
     AIBinder* rootProxy();
     binder_status_t transact(RemoteBinder* target, transaction_code_t code,
                              std::unique_ptr<AParcel> in, AParcel** out, binder_flags_t flags);
-    // Closes the connection; the reader then tears the session down.
+    // Closes the connection; whoever reads next tears the session down.
     void shutdown();
     bool alive() const;
     const std::string& instance() const { return mInstance; }
@@ -38,36 +44,37 @@ public:
     // Called by a proxy of this session when its last strong reference goes.
     void proxyGone(RemoteBinder* proxy);
 
+    void onEvent(uint32_t events) override;
+    // Shuts the connection when the peer left a frame half sent, or our replies unread, for
+    // too long.
+    void sweep(int64_t nowMs);
+
 private:
     struct Pending {
-        bool done = false;
+        uint64_t txId = 0;
+        bool done = false;  // guarded by mMutex
         binder_status_t status = STATUS_OK;
         std::unique_ptr<AParcel> reply;
         std::condition_variable cv;
+        Pending* next = nullptr;
     };
     struct Export {
         AIBinder* binder;  // one strong reference held while the peer holds any
         uint64_t count;
     };
-
-    Session(int fd, std::string instance, AIBinder* root);
-    // Reads and handles messages until the connection ends or a transaction arrives; a
-    // transaction is run on this thread after the reading has been handed to another one.
-    void readLoop();
-    bool readFully(void* buffer, size_t size);
-    // One receive; descriptors that come with the bytes are queued in mInFds.
-    ssize_t receive(void* buffer, size_t size);
+    // A complete message taken from the read buffer.
+    struct Frame {
+        WireHeader header;
+        std::vector<uint32_t> offsets;
+        std::vector<uint8_t> data;
+        std::vector<int> fds;
+    };
     // An incoming transaction, resolved and ready to run.
     struct Incoming {
         WireHeader header;
         AIBinder* target = nullptr;  // one strong reference, released once it has run
         std::unique_ptr<AParcel> in;
     };
-    void runTransaction(Incoming incoming);
-    // False when the connection must end. Fills *incoming when a transaction is to run.
-    bool handle(const WireHeader& h, std::vector<uint32_t>& offsets, std::vector<uint8_t>& data,
-                std::vector<int>& fds, Incoming* incoming);
-    void teardown();
     // What a parcel puts on the wire.
     struct Outgoing {
         const std::vector<uint8_t>* data = nullptr;  // the parcel's bytes, or `patched`
@@ -75,8 +82,42 @@ private:
         std::vector<uint32_t> offsets;
         const std::vector<int>* fds = nullptr;  // the parcel's descriptors, sent beside it
     };
+    // Bytes the socket did not take yet.
+    struct Queued {
+        std::vector<uint8_t> bytes;
+        size_t sent = 0;
+        std::vector<int> fds;  // owned; they go with the first byte
+    };
+    enum class Read { kMore, kWouldBlock, kClosed };
+
+    Session(int fd, std::string instance, AIBinder* root);
+
+    // Reads on a binder thread until it would block or a transaction is to run, which it then
+    // runs itself.
+    void serve();
+    // Reads on the caller's thread until `mine` is answered.
+    void readUntilAnswered(Pending* mine);
+    // Takes the next complete frame from the buffer. False with *bad set when the peer broke
+    // the protocol.
+    bool takeFrame(Frame* frame, bool* bad);
+    bool frameBuffered() const;
+    Read readMore(bool block);
+    ssize_t receive(void* buffer, size_t size, int flags);
+    // False when the connection must end. Fills *incoming when a transaction is to run.
+    bool handle(Frame& frame, Incoming* incoming);
+    void runTransaction(Incoming incoming);
+    void postTransaction(Incoming incoming);
+    void teardown();
+
     bool send(const WireHeader& h, const Outgoing& out);
     void sendReply(uint64_t txId, binder_status_t status, AParcel* reply);
+    void flush();
+    void failWrites(const char* why);
+    // Arms the epoll registration for what is wanted now. Needs mMutex.
+    void rearmLocked();
+    // Hands the read turn to a caller still waiting, if any. Needs mMutex.
+    void wakeWaiterLocked();
+
     // Turns the parcel's objects into wire references (exporting local binders). `out` refers
     // to the parcel, which must outlive it.
     binder_status_t flatten(const AParcel& parcel, Outgoing* out);
@@ -90,19 +131,30 @@ private:
     AIBinder* const mRoot;  // identifies a server end; its reference lives in mExports
     pid_t mPeerPid = 0;
     uid_t mPeerUid = 0;
+    uint64_t mWatchId = 0;
 
-    // Bytes received but not consumed yet; touched only by the thread that reads at the time.
+    // Touched only by the thread holding the read turn.
     std::vector<uint8_t> mReadBuffer;
     size_t mReadStart = 0;
     size_t mReadEnd = 0;
     std::deque<int> mInFds;  // received descriptors not yet claimed by a message
+    // When the frame now in the buffer began arriving; 0 between frames.
+    std::atomic<int64_t> mPartialSince{0};
 
-    std::mutex mWriteMutex;
+    std::mutex mWriteMutex;  // taken before mMutex, never after; guards the queue
+    std::deque<Queued> mOutQueue;
+    size_t mOutBytes = 0;
+    bool mWriteFailed = false;
+    std::atomic<bool> mWantWrite{false};
+    std::atomic<int64_t> mStalledSince{0};  // when the queue last stopped draining; 0 if empty
+
     mutable std::mutex mMutex;  // guards everything below
     bool mDead = false;
     bool mClosing = false;  // shut down by us; the reader has not seen the end yet
+    bool mReading = false;  // someone holds the read turn
+    uint32_t mArmed = 0;    // what the epoll registration may still report
     uint64_t mNextTxId = 1;
-    std::map<uint64_t, Pending*> mPending;
+    Pending* mPending = nullptr;
     uint64_t mNextExportId = 1;
     std::unordered_map<uint64_t, Export> mExports;
     std::unordered_map<AIBinder*, uint64_t> mExportIds;
@@ -119,6 +171,9 @@ public:
     std::shared_ptr<Session> clientFor(const std::string& instance);
     // Every session, either end, for `instance`.
     std::vector<std::shared_ptr<Session>> sessionsOf(const std::string& instance);
+    // Connections this process accepted for `instance` and still serves.
+    size_t servedCount(const std::string& instance);
+    std::vector<std::shared_ptr<Session>> all();
     int32_t count();
 
 private:

@@ -5,6 +5,8 @@
 #include <cstdint>
 
 constexpr uint32_t kWireMagic = 0x314e4248;  // "HBN1"
+// The object a service end exports first: the binder it serves.
+constexpr uint64_t kWireRootObject = 0;
 
 enum WireType : uint32_t {
     kWireTransact = 1,

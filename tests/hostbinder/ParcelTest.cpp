@@ -110,15 +110,24 @@ TEST(Parcel, StringsOfEveryPaddingLength) {
     }
 }
 
-TEST(Parcel, ReadsPastTheEndFailAndLeaveZero) {
+TEST(Parcel, ReadsPastTheEndFailAndLeaveTheOutputAsItWas) {
     ndk::ScopedAParcel parcel(AParcel_create());
     AParcel_writeInt32(parcel.get(), 5);
     AParcel_setDataPosition(parcel.get(), 0);
     int32_t a = -1;
     int64_t b = -1;
+    bool flag = true;
+    std::vector<int64_t> list{7};
     EXPECT_EQ(STATUS_OK, AParcel_readInt32(parcel.get(), &a));
     EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt64(parcel.get(), &b));
-    EXPECT_EQ(0, b);
+    EXPECT_EQ(-1, b);
+    EXPECT_NE(STATUS_OK, AParcel_readBool(parcel.get(), &flag));
+    EXPECT_TRUE(flag);
+    AParcel_writeInt32(parcel.get(), 1);  // one 64-bit element promised,
+    AParcel_writeInt32(parcel.get(), 9);  // half of it there
+    AParcel_setDataPosition(parcel.get(), 4);
+    EXPECT_NE(STATUS_OK, ndk::AParcel_readVector(parcel.get(), &list));
+    EXPECT_EQ(std::vector<int64_t>{7}, list);
     EXPECT_EQ(STATUS_BAD_VALUE, AParcel_setDataPosition(parcel.get(), 5000));
 }
 

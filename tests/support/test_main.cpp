@@ -1,5 +1,6 @@
 // Shared main of the test programs: each test process gets a socket directory of its own, so
 // tests never see each other's services.
+#include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ int main(int argc, char** argv) {
         dir = tmpl;
         setenv("HOSTBINDER_DIR", dir.c_str(), 1);
     }
+    ABinderProcess_startThreadPool();  // as a vendor process would, for callbacks and deaths
     int rc = RUN_ALL_TESTS();
     if (!dir.empty()) {
         std::error_code ignored;

@@ -3,6 +3,7 @@
 //   velactl [--json] [-v] [--embedded [--config FILE] [--sysfs-root DIR]] COMMAND [ARGS...]
 //
 // The global options may stand anywhere on the line.
+#include <android/binder_process.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -45,6 +46,7 @@ const char kUsage[] =
 }  // namespace
 
 int main(int argc, char** argv) {
+    ABinderProcess_startThreadPool();  // callbacks and death notices need binder threads
     Context ctx;
     bool json = false, verbose = false, embedded = false, help = false;
     std::string configFile, sysfsRoot;

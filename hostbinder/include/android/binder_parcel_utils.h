@@ -58,9 +58,10 @@ inline binder_status_t AParcel_writeRequiredStrongBinder(AParcel* parcel, const 
 inline binder_status_t AParcel_readRequiredStrongBinder(const AParcel* parcel, SpAIBinder* b) {
     AIBinder* raw = nullptr;
     binder_status_t status = ::AParcel_readStrongBinder(parcel, &raw);
+    if (status != STATUS_OK) return status;
+    if (raw == nullptr) return STATUS_UNEXPECTED_NULL;
     b->set(raw);
-    if (status == STATUS_OK && raw == nullptr) return STATUS_UNEXPECTED_NULL;
-    return status;
+    return STATUS_OK;
 }
 inline binder_status_t AParcel_writeNullableStrongBinder(AParcel* parcel, const SpAIBinder& b) {
     return ::AParcel_writeStrongBinder(parcel, b.get());
@@ -68,7 +69,7 @@ inline binder_status_t AParcel_writeNullableStrongBinder(AParcel* parcel, const 
 inline binder_status_t AParcel_readNullableStrongBinder(const AParcel* parcel, SpAIBinder* b) {
     AIBinder* raw = nullptr;
     binder_status_t status = ::AParcel_readStrongBinder(parcel, &raw);
-    b->set(raw);
+    if (status == STATUS_OK) b->set(raw);
     return status;
 }
 
@@ -97,8 +98,10 @@ binder_status_t AParcel_readNullableParcelable(const AParcel* parcel, std::optio
         return STATUS_OK;
     }
     ::AParcel_setDataPosition(parcel, start);
-    p->emplace();
-    return (*p)->readFromParcel(parcel);
+    P value{};
+    status = value.readFromParcel(parcel);
+    if (status == STATUS_OK) *p = std::move(value);
+    return status;
 }
 
 namespace parcel_detail {
@@ -176,16 +179,18 @@ inline binder_status_t readCount(const AParcel* p, int32_t* count) {
     return STATUS_OK;
 }
 
+// Fills `vec` only when every element could be read.
 template <typename T>
 binder_status_t readElements(const AParcel* p, int32_t count, std::vector<T>* vec) {
-    vec->clear();
-    vec->reserve(static_cast<size_t>(count));
+    std::vector<T> elements;
+    elements.reserve(static_cast<size_t>(count));
     for (int32_t i = 0; i < count; ++i) {
         T element{};
         binder_status_t status = readElement(p, &element);
         if (status != STATUS_OK) return status;
-        vec->push_back(std::move(element));
+        elements.push_back(std::move(element));
     }
+    *vec = std::move(elements);
     return STATUS_OK;
 }
 }  // namespace parcel_detail
@@ -231,8 +236,10 @@ binder_status_t AParcel_readVector(const AParcel* parcel, std::optional<std::vec
         vec->reset();
         return STATUS_OK;
     }
-    vec->emplace();
-    return parcel_detail::readElements(parcel, count, &**vec);
+    std::vector<T> elements;
+    binder_status_t read = parcel_detail::readElements(parcel, count, &elements);
+    if (read == STATUS_OK) *vec = std::move(elements);
+    return read;
 }
 
 }  // namespace ndk

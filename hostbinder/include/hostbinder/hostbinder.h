@@ -10,6 +10,10 @@ extern "C" {
 
 // The directory that holds the service sockets and the declaration file.
 HOSTBINDER_API const char* HostBinder_getDirectory(void);
+// Null when the directory can be used; otherwise why every call refuses it (for example
+// "$HOSTBINDER_DIR /tmp/x is writable by group or others (mode 0777)"). The text stays valid
+// until the thread calls this again.
+HOSTBINDER_API const char* HostBinder_directoryProblem(void);
 // Adds `instance` to the declaration file unless it is there already.
 HOSTBINDER_API binder_status_t HostBinder_declareService(const char* instance);
 // Stops serving an instance that this process added: its socket is removed and every
@@ -23,4 +27,14 @@ HOSTBINDER_API int32_t HostBinder_connectionCount(void);
 
 #ifdef __cplusplus
 }  // extern "C"
+
+#include <string>
+
+namespace hostbinder {
+// Empty when the runtime directory can be used; otherwise why not.
+inline std::string directoryProblem() {
+    const char* problem = HostBinder_directoryProblem();
+    return problem == nullptr ? std::string() : std::string(problem);
+}
+}  // namespace hostbinder
 #endif

@@ -1,0 +1,180 @@
+#include "dispatcher.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <thread>
+
+namespace {
+thread_local bool tOnBinderThread = false;
+constexpr uint64_t kTaskId = 0;
+constexpr int kSweepMillis = 500;
+}  // namespace
+
+int64_t monotonicMillis() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+void hostbinderLog(const char* format, ...) {
+    char line[512];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(line, sizeof(line), format, args);
+    va_end(args);
+    fprintf(stderr, "hostbinder[%d]: %s\n", getpid(), line);
+}
+
+Dispatcher& Dispatcher::get() {
+    // Never destroyed: binder threads may still be running while the process exits.
+    static Dispatcher* dispatcher = new Dispatcher;
+    return *dispatcher;
+}
+
+Dispatcher::Dispatcher()
+    : mEpoll(epoll_create1(EPOLL_CLOEXEC)), mTaskFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.u64 = kTaskId;
+    epoll_ctl(mEpoll, EPOLL_CTL_ADD, mTaskFd, &ev);
+}
+
+bool Dispatcher::onBinderThread() { return tOnBinderThread; }
+
+void Dispatcher::add(int fd, uint64_t id, uint32_t events, std::shared_ptr<Watched> handler) {
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mWatched[id] = std::move(handler);
+    }
+    epoll_event ev{};
+    ev.events = events | EPOLLONESHOT;
+    ev.data.u64 = id;
+    epoll_ctl(mEpoll, EPOLL_CTL_ADD, fd, &ev);
+}
+
+void Dispatcher::rearm(int fd, uint64_t id, uint32_t events) {
+    epoll_event ev{};
+    ev.events = events | EPOLLONESHOT;
+    ev.data.u64 = id;
+    epoll_ctl(mEpoll, EPOLL_CTL_MOD, fd, &ev);
+}
+
+void Dispatcher::remove(int fd, uint64_t id) {
+    epoll_ctl(mEpoll, EPOLL_CTL_DEL, fd, nullptr);
+    std::shared_ptr<Watched> last;  // released after the lock
+    std::lock_guard<std::mutex> lock(mMutex);
+    auto it = mWatched.find(id);
+    if (it != mWatched.end()) {
+        last = std::move(it->second);
+        mWatched.erase(it);
+    }
+}
+
+void Dispatcher::post(std::function<void()> task) {
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mTasks.push_back(std::move(task));
+        if (mTasks.size() == 1) {
+            const uint64_t one = 1;
+            (void)!write(mTaskFd, &one, sizeof(one));
+        }
+    }
+    if (mStarted.load() && mIdle.load() == 0) ensureSpare();
+}
+
+void Dispatcher::ensureSpare() {
+    if (mIdle.load() > 0 || !mStarted.load()) return;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mThreads >= mMaxThreads) return;
+        ++mThreads;
+    }
+    std::thread([this] { work(); }).detach();
+}
+
+void Dispatcher::spawn() {
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        ++mThreads;
+    }
+    std::thread([this] { work(); }).detach();
+}
+
+void Dispatcher::start() {
+    if (mStarted.exchange(true)) return;
+    // Two from the start: one can run a transaction while the other watches.
+    spawn();
+    spawn();
+}
+
+void Dispatcher::join() {
+    mStarted.store(true);
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        ++mThreads;
+    }
+    work();
+    abort();  // work() never returns
+}
+
+void Dispatcher::setMaxThreads(uint32_t max) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mMaxThreads = std::max(max, kMinMaxThreads);
+}
+
+void Dispatcher::runOneTask() {
+    std::function<void()> task;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (!mTasks.empty()) {
+            task = std::move(mTasks.front());
+            mTasks.pop_front();
+        }
+        if (mTasks.empty()) {
+            uint64_t count;
+            (void)!read(mTaskFd, &count, sizeof(count));
+        }
+    }
+    // Still readable when more tasks wait: the next one goes to another thread.
+    rearm(mTaskFd, kTaskId, EPOLLIN);
+    if (task) {
+        ensureSpare();
+        task();
+    }
+}
+
+void Dispatcher::maybeSweep() {
+    const int64_t now = monotonicMillis();
+    int64_t due = mNextSweep.load();
+    if (now < due || !mNextSweep.compare_exchange_strong(due, now + kSweepMillis)) return;
+    sweepConnections(now);
+}
+
+void Dispatcher::work() {
+    tOnBinderThread = true;
+    for (;;) {
+        epoll_event ev{};
+        mIdle.fetch_add(1);
+        const int n = epoll_wait(mEpoll, &ev, 1, kSweepMillis);
+        mIdle.fetch_sub(1);
+        maybeSweep();
+        if (n != 1) continue;
+        if (ev.data.u64 == kTaskId) {
+            runOneTask();
+            continue;
+        }
+        std::shared_ptr<Watched> handler;
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            auto it = mWatched.find(ev.data.u64);
+            if (it != mWatched.end()) handler = it->second;
+        }
+        if (handler) handler->onEvent(ev.events);
+    }
+}
