@@ -306,8 +306,17 @@ void Session::readUntilAnswered(Pending* mine) {
                 closed = true;
                 break;
             }
-            // Incoming calls belong to binder threads, never to a caller's thread.
-            if (incoming.target != nullptr) postTransaction(std::move(incoming));
+            if (incoming.target == nullptr) continue;
+            // Incoming calls belong to binder threads, never to a caller's thread. Only the
+            // runtime's own questions (is it alive, what interface), which run no code of the
+            // process, are answered here: a peer asks them while handling our call, and a
+            // process without binder threads must still be able to make that call.
+            const uint32_t code = incoming.header.code;
+            if (code == kPingTransaction || code == kInterfaceTransaction) {
+                runTransaction(std::move(incoming));
+            } else {
+                postTransaction(std::move(incoming));
+            }
             continue;
         }
         if (bad || readMore(true) == Read::kClosed) {

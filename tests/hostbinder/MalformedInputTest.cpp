@@ -1,5 +1,6 @@
 // Whatever arrives on a socket, the runtime answers with an error or drops that connection;
-// the service keeps serving everyone else and nothing piles up.
+// the service keeps serving everyone else and nothing piles up. Peers that hold on (idle, half
+// a message sent, replies never read) cost the others nothing; a reply cut short is a failure.
 #include "../../hostbinder/src/parcel.h"
 #include "../../hostbinder/src/wire.h"
 
@@ -15,7 +16,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -40,7 +44,7 @@ protected:
         strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
         int fd = socket(AF_UNIX, SOCK_STREAM, 0);
         EXPECT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
-        timeval tv{5, 0};
+        timeval tv{10, 0};
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
         return fd;
     }
@@ -58,10 +62,8 @@ protected:
         return n == 0;
     }
 
-    // A well-formed transaction carrying `data`; returns the reply's status.
-    int32_t transactRaw(uint32_t code, const std::vector<uint8_t>& data,
-                        const std::vector<uint32_t>& offsets = {}) {
-        int fd = rawConnect();
+    static std::vector<uint8_t> frame(uint32_t code, const std::vector<uint8_t>& data,
+                                      const std::vector<uint32_t>& offsets = {}) {
         WireHeader h{};
         h.magic = kWireMagic;
         h.type = kWireTransact;
@@ -77,6 +79,14 @@ protected:
                          reinterpret_cast<uint8_t*>(&o) + 4);
         }
         bytes.insert(bytes.end(), data.begin(), data.end());
+        return bytes;
+    }
+
+    // A well-formed transaction carrying `data`; returns the reply's status.
+    int32_t transactRaw(uint32_t code, const std::vector<uint8_t>& data,
+                        const std::vector<uint32_t>& offsets = {}) {
+        int fd = rawConnect();
+        std::vector<uint8_t> bytes = frame(code, data, offsets);
         send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         WireHeader reply{};
         ssize_t n = recv(fd, &reply, sizeof(reply), MSG_WAITALL);
@@ -101,13 +111,35 @@ protected:
         return out;
     }
 
-    void expectServiceStillWorks() {
-        auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
-        ASSERT_NE(nullptr, vela);
-        int32_t out = -1;
-        service->enqueue("resCtlRelease", Answer::ok(2));
-        EXPECT_TRUE(vela->resCtlRelease(1, &out).isOk());
-        EXPECT_EQ(2, out);
+    // A client that connects now is answered; a watchdog keeps a stalled service from hanging
+    // the test, and the time it took is printed, not judged.
+    void expectServiceStillWorks(const char* while_ = "") {
+        auto call = std::async(std::launch::async, [this] {
+            const auto start = std::chrono::steady_clock::now();
+            auto vela = IVela::fromBinder(
+                    ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
+            int32_t out = -1;
+            service->enqueue("resCtlRelease", Answer::ok(2));
+            bool ok = vela != nullptr && vela->resCtlRelease(1, &out).isOk() && out == 2;
+            return std::make_pair(ok, std::chrono::steady_clock::now() - start);
+        });
+        ASSERT_EQ(std::future_status::ready, call.wait_for(std::chrono::seconds(5)));
+        auto [ok, took] = call.get();
+        EXPECT_TRUE(ok);
+        if (while_[0] != '\0') {
+            printf("answered a new client %s in %.2f ms\n", while_,
+                   std::chrono::duration<double, std::milli>(took).count());
+        }
+    }
+
+    // True when the peer closes `fd` (reading, and dropping, what it sent before).
+    static bool closedByPeer(int fd, size_t* received = nullptr) {
+        uint8_t sink[4096];
+        ssize_t n;
+        size_t total = 0;
+        while ((n = recv(fd, sink, sizeof(sink), 0)) > 0) total += static_cast<size_t>(n);
+        if (received != nullptr) *received = total;
+        return n == 0;
     }
 
     std::shared_ptr<FakeVela> service;
@@ -165,4 +197,77 @@ TEST_F(Malformed, ConnectionsDoNotPileUp) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     EXPECT_EQ(0, HostBinder_connectionCount());
+}
+
+TEST_F(Malformed, IdleAndHalfSentConnectionsCostOthersNothing) {
+    std::vector<int> idle, half, extra;
+    for (int i = 0; i < 64; ++i) idle.push_back(rawConnect());
+    std::vector<uint8_t> partial = frame(FIRST_CALL_TRANSACTION, tokenThen({1, 2, 3}));
+    partial.resize(sizeof(WireHeader) + 10);
+    for (int i = 0; i < 16; ++i) {
+        half.push_back(rawConnect());
+        send(half.back(), partial.data(), partial.size(), MSG_NOSIGNAL);
+    }
+    expectServiceStillWorks("beside 64 idle connections and 16 half messages");
+
+    // Past the per-service limit, connections are closed at once; those inside it stay.
+    for (int i = 0; i < 60; ++i) extra.push_back(rawConnect());
+    EXPECT_TRUE(closedByPeer(extra.back()));
+    expectServiceStillWorks("at the connection limit");
+
+    // Half a message is not waited for beyond a few seconds.
+    EXPECT_TRUE(closedByPeer(half.front()));
+    for (auto* fds : {&idle, &half, &extra}) {
+        for (int fd : *fds) close(fd);
+    }
+}
+
+TEST_F(Malformed, APeerThatNeverReadsIsDisconnectedWhileOthersAreAnswered) {
+    const std::string big(64 * 1024, 'x');
+    service->setDefault("propertyGet", Answer::property(big));
+    ndk::ScopedAParcel request(AParcel_create());
+    ndk::AParcel_writeString(request.get(), std::string(IVela::descriptor));
+    ndk::AParcel_writeString(request.get(), std::string("key"));
+    std::vector<uint8_t> data(AParcel_getDataSize(request.get()));
+    AParcel_setDataPosition(request.get(), 0);
+    for (size_t i = 0; i < data.size(); i += 4) {
+        AParcel_readInt32(request.get(), reinterpret_cast<int32_t*>(data.data() + i));
+    }
+    constexpr int kRequests = 64;  // 4 MiB of replies: more than socket and queue together hold
+    std::vector<uint8_t> requests;
+    for (int i = 0; i < kRequests; ++i) {
+        std::vector<uint8_t> one = frame(FIRST_CALL_TRANSACTION + 6, data);
+        requests.insert(requests.end(), one.begin(), one.end());
+    }
+    int hog = rawConnect();
+    ASSERT_EQ(static_cast<ssize_t>(requests.size()),
+              send(hog, requests.data(), requests.size(), MSG_NOSIGNAL));
+    expectServiceStillWorks("while another peer leaves 4 MiB of replies unread");
+
+    size_t received = 0;
+    EXPECT_TRUE(closedByPeer(hog, &received));
+    EXPECT_LT(received, kRequests * big.size());
+    close(hog);
+    expectServiceStillWorks();
+}
+
+// A service that answers "ok" but leaves out the value: the call fails and the caller's
+// variable keeps what it held, as on a device.
+TEST(TruncatedReply, FailsTheCallAndLeavesTheOutValue) {
+    AIBinder_Class* clazz = AIBinder_Class_define(
+            IVela::descriptor, [](void* a) { return a; }, [](void*) {},
+            [](AIBinder*, transaction_code_t, const AParcel*, AParcel* out) {
+                return AParcel_writeStatusHeader(out, ndk::ScopedAStatus::ok().get());
+            });
+    ndk::SpAIBinder raw(AIBinder_new(clazz, nullptr));
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
+    ASSERT_NE(nullptr, vela);
+    VelaRequestParcel p{};
+    int32_t handle = -1;
+    EXPECT_FALSE(vela->resCtlRequest(p, &handle).isOk());
+    EXPECT_EQ(-1, handle);
+    int32_t result = -1;
+    EXPECT_FALSE(vela->propertySet("k", "v", &result).isOk());
+    EXPECT_EQ(-1, result);
 }

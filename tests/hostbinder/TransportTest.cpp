@@ -1,5 +1,6 @@
 // Calls reach the right method with their arguments and results; callbacks travel back over
-// the same connection, nested inside a call or later from a service thread.
+// the same connection, nested inside a call or later from a service thread, but only to a
+// process that started its binder threads. The service manager trusts only what we made.
 #include <aidl/vendor/norvo/hardware/vela/BnVelaCallback.h>
 #include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <android/binder_manager.h>
@@ -10,8 +11,19 @@
 #include "FakeVela.h"
 #include "ServiceHarness.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <android/binder_process.h>
+
 #include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <future>
+#include <sstream>
 #include <thread>
 
 using aidl::vendor::norvo::hardware::vela::BnVelaCallback;
@@ -59,6 +71,24 @@ VelaRequestData item(int32_t id) {
     d.id = id;
     return d;
 }
+
+// The child of PoolTest: a client that registers a callback before it has binder threads.
+// Exit status 0: the callback waited for the pool and then arrived; 1: it came before; 2: never.
+constexpr const char* kNoPoolChildEnv = "HOSTBINDER_NOPOOL_CHILD";
+[[maybe_unused]] const int noPoolChild = [] {
+    if (getenv(kNoPoolChildEnv) == nullptr) return 0;
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance)));
+    auto cb = ndk::SharedRefBase::make<CountingCallback>();
+    VelaRequestParcel p{};
+    int32_t out = -1;
+    if (vela == nullptr || !vela->resListeningRegister(p, cb, &out).isOk()) _exit(3);
+    // The service sends the callback before it answers this call, so the callback has been
+    // read by the time the call returns.
+    if (!vela->init().isOk()) _exit(3);
+    if (cb->calls != 0) _exit(1);
+    ABinderProcess_startThreadPool();
+    _exit(cb->waitForCalls(1) ? 0 : 2);
+}();
 
 }  // namespace
 
@@ -246,4 +276,108 @@ TEST(ServiceManager, AWrongInterfaceIsRefused) {
     ndk::SpAIBinder remote(AServiceManager_checkService(kVelaInstance));
     ASSERT_NE(nullptr, remote.get());
     EXPECT_EQ(nullptr, IVela::fromBinder(remote));
+}
+
+TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
+    auto service = ndk::SharedRefBase::make<FakeVela>();
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+    service->enqueue("init", Answer::ok().withHook([&](const VelaCall&) {
+        // One way, so the service need not wait for a process that cannot answer yet.
+        ndk::SpAIBinder callback = service->callbackAt(0)->asBinder();
+        AParcel* in = nullptr;
+        AParcel* reply = nullptr;
+        ASSERT_EQ(STATUS_OK, AIBinder_prepareTransaction(callback.get(), &in));
+        ndk::AParcel_writeVector(in, std::vector<VelaRequestData>{item(4)});
+        EXPECT_EQ(STATUS_OK, AIBinder_transact(callback.get(), FIRST_CALL_TRANSACTION, &in,
+                                               &reply, FLAG_ONEWAY));
+        AParcel_delete(reply);
+    }));
+    pid_t child = fork();
+    if (child == 0) {
+        setenv(kNoPoolChildEnv, "1", 1);
+        execl("/proc/self/exe", "hostbinder_nopool", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    ASSERT_GT(child, 0);
+    auto exited = std::async(std::launch::async, [child] {
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    });
+    if (exited.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+        kill(child, SIGKILL);
+        FAIL() << "the child hung";
+    }
+    EXPECT_EQ(0, exited.get());
+}
+
+namespace {
+// Points the runtime at `dir` for the life of the object.
+class DirectoryOverride {
+public:
+    explicit DirectoryOverride(const std::string& dir) : mOld(getenv("HOSTBINDER_DIR")) {
+        setenv("HOSTBINDER_DIR", dir.c_str(), 1);
+    }
+    ~DirectoryOverride() { setenv("HOSTBINDER_DIR", mOld.c_str(), 1); }
+
+private:
+    std::string mOld;
+};
+
+// What the runtime says of `dir`, and whether a client and a service are refused at once.
+std::string refusal(const std::string& dir) {
+    DirectoryOverride use(dir);
+    auto service = ndk::SharedRefBase::make<FakeVela>();
+    EXPECT_EQ(EX_SECURITY, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+    auto wait = std::async(std::launch::async, [] {
+        return ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance));
+    });
+    EXPECT_EQ(std::future_status::ready, wait.wait_for(std::chrono::seconds(5)));
+    EXPECT_EQ(nullptr, wait.get().get());
+    EXPECT_FALSE(AServiceManager_isDeclared(kVelaInstance));
+    return hostbinder::directoryProblem();
+}
+}  // namespace
+
+TEST(ServiceManager, DirectoriesWeDidNotMakeOurOwnAreRefused) {
+    const std::string base = HostBinder_getDirectory();
+    const std::string open = base + "/open";
+    ASSERT_EQ(0, mkdir(open.c_str(), 0700));
+    ASSERT_EQ(0, chmod(open.c_str(), 0777));
+    EXPECT_NE(std::string::npos, refusal(open).find("writable by group or others (mode 0777)"));
+
+    const std::string good = base + "/good";
+    const std::string link = base + "/link";
+    ASSERT_EQ(0, mkdir(good.c_str(), 0700));
+    ASSERT_EQ(0, symlink(good.c_str(), link.c_str()));
+    EXPECT_NE(std::string::npos, refusal(link).find("symbolic link"));
+
+    if (geteuid() == 0) {  // only root can hand a directory to someone else
+        const std::string foreign = base + "/foreign";
+        ASSERT_EQ(0, mkdir(foreign.c_str(), 0700));
+        ASSERT_EQ(0, chown(foreign.c_str(), 4242, 4242));
+        EXPECT_NE(std::string::npos, refusal(foreign).find("owned by uid 4242"));
+    }
+    DirectoryOverride use(good);
+    EXPECT_EQ("", hostbinder::directoryProblem());
+}
+
+TEST(ServiceManager, DeclarationListIsReadSafely) {
+    const std::string declared = std::string(HostBinder_getDirectory()) + "/declared";
+    ASSERT_EQ(0, mkfifo(declared.c_str(), 0600));
+    auto lookup = std::async(std::launch::async,
+                             [] { return AServiceManager_isDeclared(kVelaInstance); });
+    ASSERT_EQ(std::future_status::ready, lookup.wait_for(std::chrono::seconds(5)));
+    EXPECT_FALSE(lookup.get());
+    EXPECT_NE(STATUS_OK, HostBinder_declareService(kVelaInstance));
+
+    // A list whose last line has no end: ours goes on a line of its own.
+    unlink(declared.c_str());
+    std::ofstream(declared) << "some.other.IThing/default";
+    ASSERT_EQ(STATUS_OK, HostBinder_declareService(kVelaInstance));
+    EXPECT_TRUE(AServiceManager_isDeclared("some.other.IThing/default"));
+    EXPECT_TRUE(AServiceManager_isDeclared(kVelaInstance));
+    std::stringstream text;
+    text << std::ifstream(declared).rdbuf();
+    EXPECT_EQ(std::string("some.other.IThing/default\n") + kVelaInstance + "\n", text.str());
 }
