@@ -1,132 +1,351 @@
-// An empty two-way call through the host binder runtime against a raw Unix-socket ping-pong
-// of the same payload size, measured in the same run; prints how many times slower the binder
-// call is.
-#include <android/binder_ibinder.h>
+// The host binder runtime against the socket under it, in one run, with a service in another
+// process: latency and CPU of an empty call and of an 8-item resCtlRequest beside a raw
+// two-process ping-pong of the same bytes, heap allocations per call on the calling thread,
+// throughput with 1 to 8 client threads, and how soon the library's two layers reach a
+// restarted service. Everything is printed; nothing is judged here.
+#include <PaxEvent.h>
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // new and delete are replaced together
+#include <aidl/vendor/norvo/hardware/vela/BnVela.h>
 #include <android/binder_manager.h>
-#include <benchmark/benchmark.h>
+#include <android/binder_process.h>
+#include <hostbinder/hostbinder.h>
+#include <velaHalclient.h>
 
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
+using aidl::vendor::norvo::hardware::vela::BnVela;
+using aidl::vendor::norvo::hardware::vela::IVela;
+using aidl::vendor::norvo::hardware::vela::IVelaCallback;
+using aidl::vendor::norvo::hardware::vela::VelaRequestData;
+using aidl::vendor::norvo::hardware::vela::VelaRequestParcel;
+using ndk::ScopedAStatus;
+
+// --- Allocation counting: only on a thread that asks for it --------------------------------
+
+namespace {
+thread_local bool tCounting = false;
+thread_local uint64_t tAllocations = 0;
+}  // namespace
+
+void* operator new(size_t size) {
+    if (tCounting) ++tAllocations;
+    void* p = malloc(size == 0 ? 1 : size);
+    if (p == nullptr) throw std::bad_alloc();
+    return p;
+}
+// The matching deletes of the replaced operator new.
+void operator delete(void* p) noexcept { free(p); }  // NOLINT
+void operator delete(void* p, size_t) noexcept { free(p); }
+
 namespace {
 
-constexpr const char* kInstance = "bench.IEmpty/default";
-// What one empty call puts on the wire: our header plus the interface token.
-constexpr size_t kPayload = 48 + 20;
+constexpr const char* kInstance = "vendor.norvo.hardware.vela.IVela/default";
+constexpr int32_t kAnswer = 7;  // what every int-returning method answers
 
-std::map<std::string, double> gNanosPerCall;
-
-void record(benchmark::State& state, const char* name) {
-    state.counters["ns_per_call"] = benchmark::Counter(
-            static_cast<double>(state.iterations()),
-            benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+int64_t nowNanos(clockid_t clock = CLOCK_MONOTONIC) {
+    timespec ts{};
+    clock_gettime(clock, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
-void RawSocketPingPong(benchmark::State& state) {
-    int fds[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) {
-        state.SkipWithError("socketpair");
-        return;
-    }
-    std::thread echo([fd = fds[1]] {
-        char buf[kPayload];
-        for (;;) {
-            size_t got = 0;
-            while (got < kPayload) {
-                ssize_t n = recv(fd, buf + got, kPayload - got, 0);
-                if (n <= 0) return;
-                got += static_cast<size_t>(n);
-            }
-            if (send(fd, buf, kPayload, MSG_NOSIGNAL) != static_cast<ssize_t>(kPayload)) return;
-        }
-    });
-    char buf[kPayload] = {};
-    for (auto _ : state) {
-        send(fds[0], buf, kPayload, MSG_NOSIGNAL);
-        size_t got = 0;
-        while (got < kPayload) got += static_cast<size_t>(recv(fds[0], buf + got, kPayload - got, 0));
-    }
-    shutdown(fds[0], SHUT_RDWR);
-    echo.join();
-    close(fds[0]);
-    close(fds[1]);
-    record(state, "raw");
+int64_t cpuNanosOf(pid_t pid) {
+    clockid_t clock;
+    if (clock_getcpuclockid(pid, &clock) != 0) return 0;
+    return nowNanos(clock);
 }
 
-AIBinder* emptyService() {
-    static AIBinder_Class* clazz = AIBinder_Class_define(
-            "bench.IEmpty", [](void* a) { return a; }, [](void*) {},
-            [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
-                return STATUS_OK;
-            });
-    static AIBinder* binder = [] {
-        AIBinder* b = AIBinder_new(clazz, nullptr);
-        AServiceManager_addService(b, kInstance);
-        return b;
-    }();
-    (void)binder;
-    AIBinder* remote = AServiceManager_waitForService(kInstance);
-    AIBinder_associateClass(remote, clazz);
-    return remote;
-}
+// --- The service, in a child process --------------------------------------------------------
 
-void HostBinderEmptyCall(benchmark::State& state) {
-    AIBinder* remote = emptyService();
-    for (auto _ : state) {
-        AParcel* in = nullptr;
-        AParcel* out = nullptr;
-        AIBinder_prepareTransaction(remote, &in);
-        if (AIBinder_transact(remote, FIRST_CALL_TRANSACTION, &in, &out, 0) != STATUS_OK) {
-            state.SkipWithError("transact failed");
-            break;
-        }
-        AParcel_delete(out);
-    }
-    AIBinder_decStrong(remote);
-    record(state, "binder");
-}
-
-BENCHMARK(RawSocketPingPong)->MinTime(2.0)->UseRealTime();
-BENCHMARK(HostBinderEmptyCall)->MinTime(2.0)->UseRealTime();
-
-class RatioReporter : public benchmark::ConsoleReporter {
+class QuietVela : public BnVela {
 public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            gNanosPerCall[run.benchmark_name()] = run.GetAdjustedRealTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
+    ScopedAStatus init() override { return ScopedAStatus::ok(); }
+    ScopedAStatus resCtlRequest(const VelaRequestParcel&, int32_t* r) override { return ok(r); }
+    ScopedAStatus resCtlRelease(int32_t, int32_t* r) override { return ok(r); }
+    ScopedAStatus resStateRequest(const VelaRequestParcel&,
+                                  std::vector<VelaRequestData>*) override {
+        return ScopedAStatus::ok();
+    }
+    ScopedAStatus resListeningRegister(const VelaRequestParcel&,
+                                       const std::shared_ptr<IVelaCallback>&,
+                                       int32_t* r) override {
+        return ok(r);
+    }
+    ScopedAStatus resListeningUnregister(int32_t, int32_t* r) override { return ok(r); }
+    ScopedAStatus propertyGet(const std::string&, std::string* r) override {
+        *r = "v";
+        return ScopedAStatus::ok();
+    }
+    ScopedAStatus propertySet(const std::string&, const std::string&, int32_t* r) override {
+        return ok(r);
+    }
+    ScopedAStatus thermalListeningRegister(const std::vector<int32_t>&,
+                                           const std::shared_ptr<IVelaCallback>&,
+                                           int32_t* r) override {
+        return ok(r);
+    }
+    ScopedAStatus thermalListeningUnregister(int32_t, int32_t* r) override { return ok(r); }
+    ScopedAStatus reserved(int32_t* r) override { return ok(r); }
+    ScopedAStatus setRelatedSysInfo(int32_t, int64_t, int32_t* r) override { return ok(r); }
+    ScopedAStatus ruleCtl(int32_t, int32_t, const std::vector<VelaRequestData>&,
+                          int32_t* r) override {
+        return ok(r);
+    }
+
+private:
+    static ScopedAStatus ok(int32_t* r) {
+        *r = kAnswer;
+        return ScopedAStatus::ok();
     }
 };
+
+[[noreturn]] void serve(int readyFd) {
+    auto service = ndk::SharedRefBase::make<QuietVela>();
+    if (AServiceManager_addService(service->asBinder().get(), kInstance) != EX_NONE) _exit(3);
+    // Reachable from here on: the parent measures from this moment.
+    const int64_t at = nowNanos();
+    (void)!write(readyFd, &at, sizeof(at));
+    close(readyFd);
+    ABinderProcess_joinThreadPool();
+    _exit(4);  // joining never returns
+}
+
+struct Child {
+    pid_t pid = -1;
+    int64_t reachableAt = 0;
+};
+
+Child startService(const char* self) {
+    int ready[2];
+    if (pipe(ready) != 0) return {};
+    Child c;
+    c.pid = fork();
+    if (c.pid == 0) {
+        close(ready[0]);
+        const std::string fd = std::to_string(ready[1]);
+        execl(self, self, "--serve", fd.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(ready[1]);
+    if (read(ready[0], &c.reachableAt, sizeof(c.reachableAt)) != sizeof(c.reachableAt)) c.pid = -1;
+    close(ready[0]);
+    return c;
+}
+
+void stop(Child& c) {
+    if (c.pid <= 0) return;
+    kill(c.pid, SIGKILL);
+    waitpid(c.pid, nullptr, 0);
+    c.pid = -1;
+}
+
+// --- Measurements ------------------------------------------------------------------------------
+
+struct Cost {
+    double nanosPerCall = 0;
+    double cpuNanosPerCall = 0;  // both processes together
+};
+
+template <typename Call>
+Cost measure(pid_t peer, int calls, Call&& call) {
+    for (int i = 0; i < calls / 10; ++i) call();  // warm up
+    const int64_t cpu0 = nowNanos(CLOCK_PROCESS_CPUTIME_ID) + cpuNanosOf(peer);
+    const int64_t t0 = nowNanos();
+    for (int i = 0; i < calls; ++i) call();
+    const int64_t t1 = nowNanos();
+    const int64_t cpu1 = nowNanos(CLOCK_PROCESS_CPUTIME_ID) + cpuNanosOf(peer);
+    return {double(t1 - t0) / calls, double(cpu1 - cpu0) / calls};
+}
+
+// A two-process ping-pong over a socket pair: `request` bytes out, `reply` bytes back.
+Cost rawPingPong(size_t request, size_t reply, int calls) {
+    int fds[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) return {};
+    auto exchange = [](int fd, size_t in, size_t out) {
+        char buf[4096] = {};
+        size_t got = 0;
+        while (got < in) {
+            ssize_t n = recv(fd, buf, std::min(sizeof(buf), in - got), 0);
+            if (n <= 0) return false;
+            got += static_cast<size_t>(n);
+        }
+        return send(fd, buf, out, MSG_NOSIGNAL) == static_cast<ssize_t>(out);
+    };
+    pid_t echo = fork();
+    if (echo == 0) {
+        close(fds[0]);
+        while (exchange(fds[1], request, reply)) {
+        }
+        _exit(0);
+    }
+    close(fds[1]);
+    std::vector<char> out(request);
+    Cost cost = measure(echo, calls, [&] {
+        send(fds[0], out.data(), request, MSG_NOSIGNAL);
+        char buf[4096];
+        size_t got = 0;
+        while (got < reply) got += static_cast<size_t>(recv(fds[0], buf, reply - got, 0));
+    });
+    close(fds[0]);
+    waitpid(echo, nullptr, 0);
+    return cost;
+}
+
+VelaRequestParcel eightItems() {
+    VelaRequestParcel p{};
+    p.requestType = 1;
+    p.param2 = 3000;
+    for (int i = 0; i < 8; ++i) {
+        VelaRequestData d{};
+        d.id = 0x010108a0 + i;
+        d.value = "1500000";
+        p.requestDatas.push_back(d);
+    }
+    return p;
+}
+
+// Bytes of a transaction on the wire: the header plus the parcel the proxy fills.
+size_t wireBytes(AIBinder* binder, const VelaRequestParcel* parcel) {
+    AParcel* in = nullptr;
+    AIBinder_prepareTransaction(binder, &in);
+    if (parcel != nullptr) parcel->writeToParcel(in);
+    const size_t size = 48 + static_cast<size_t>(AParcel_getDataSize(in));
+    AParcel_delete(in);
+    return size;
+}
+
+double throughput(const std::shared_ptr<IVela>& vela, int threads) {
+    std::atomic<bool> go{false}, stopNow{false};
+    std::atomic<uint64_t> calls{0};
+    std::vector<std::thread> workers;
+    const VelaRequestParcel p = eightItems();
+    for (int i = 0; i < threads; ++i) {
+        workers.emplace_back([&] {
+            while (!go.load()) std::this_thread::yield();
+            uint64_t mine = 0;
+            int32_t out;
+            while (!stopNow.load()) {
+                vela->resCtlRequest(p, &out);
+                ++mine;
+            }
+            calls += mine;
+        });
+    }
+    const int64_t t0 = nowNanos();
+    go = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    stopNow = true;
+    for (auto& w : workers) w.join();
+    return double(calls.load()) * 1e9 / double(nowNanos() - t0);
+}
+
+// Restarts the service `rounds` times; the median from its being reachable to `call` succeeding.
+template <typename Call>
+double medianReconnectMicros(const char* self, Child& service, int rounds, Call&& call) {
+    std::vector<double> samples;
+    for (int i = 0; i < rounds; ++i) {
+        stop(service);
+        // Time for the death notice to reach the library, and for the caller to be waiting
+        // when the service comes back: what is measured is the wake-up, not these pauses.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::atomic<int64_t> succeededAt{0};
+        std::thread caller([&] {
+            while (!call()) {
+            }
+            succeededAt = nowNanos();
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        service = startService(self);
+        caller.join();
+        samples.push_back(double(succeededAt.load() - service.reachableAt) / 1000.0);
+    }
+    std::sort(samples.begin(), samples.end());
+    return samples[samples.size() / 2];
+}
+
+void report(const char* what, const Cost& binder, const Cost& raw) {
+    printf("%-24s %9.1f us/call (raw %6.1f us, %.2fx)   CPU %6.1f us/call (raw %5.1f us, %.2fx)\n",
+           what, binder.nanosPerCall / 1000, raw.nanosPerCall / 1000,
+           binder.nanosPerCall / raw.nanosPerCall, binder.cpuNanosPerCall / 1000,
+           raw.cpuNanosPerCall / 1000, binder.cpuNanosPerCall / raw.cpuNanosPerCall);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 3 && std::string(argv[1]) == "--serve") serve(atoi(argv[2]));
     std::string dir;
     if (getenv("HOSTBINDER_DIR") == nullptr) {
         std::string tmpl = std::filesystem::temp_directory_path() / "paxbench-XXXXXX";
-        if (mkdtemp(tmpl.data()) != nullptr) {
-            dir = tmpl;
-            setenv("HOSTBINDER_DIR", dir.c_str(), 1);
-        }
+        if (mkdtemp(tmpl.data()) == nullptr) return 1;
+        dir = tmpl;
+        setenv("HOSTBINDER_DIR", dir.c_str(), 1);
     }
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    const double raw = gNanosPerCall["RawSocketPingPong/min_time:2.000/real_time"];
-    const double binder = gNanosPerCall["HostBinderEmptyCall/min_time:2.000/real_time"];
-    if (raw > 0 && binder > 0) {
-        printf("empty two-way call: %.0f ns, raw socket round trip: %.0f ns, ratio %.2fx\n",
-               binder, raw, binder / raw);
+    const int calls = argc > 1 ? atoi(argv[1]) : 20000;
+    ABinderProcess_startThreadPool();
+    HostBinder_declareService(kInstance);
+    const char* self = "/proc/self/exe";
+    Child service = startService(self);
+    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
+    if (vela == nullptr) return 1;
+    AIBinder* binder = vela->asBinder().get();
+
+    // An empty call: the interface token only, answered with nothing.
+    const size_t emptyBytes = wireBytes(binder, nullptr);
+    Cost empty = measure(service.pid, calls, [&] {
+        AParcel* in = nullptr;
+        AParcel* out = nullptr;
+        AIBinder_prepareTransaction(binder, &in);
+        AIBinder_transact(binder, FIRST_CALL_TRANSACTION, &in, &out, 0);
+        AParcel_delete(out);
+    });
+    report("empty call", empty, rawPingPong(emptyBytes, 48, calls));
+
+    const VelaRequestParcel p = eightItems();
+    int32_t out = -1;
+    Cost request = measure(service.pid, calls, [&] { vela->resCtlRequest(p, &out); });
+    report("8-item resCtlRequest", request, rawPingPong(wireBytes(binder, &p), 48 + 8, calls));
+
+    tAllocations = 0;
+    tCounting = true;
+    for (int i = 0; i < 1000; ++i) vela->resCtlRequest(p, &out);
+    tCounting = false;
+    printf("heap allocations per resCtlRequest on the calling thread: %.2f\n",
+           double(tAllocations) / 1000);
+
+    for (int threads : {1, 2, 4, 8}) {
+        printf("throughput with %d client thread%s: %8.0f calls/s\n", threads,
+               threads == 1 ? " " : "s", throughput(vela, threads));
     }
+    vela.reset();
+
+    // Reconnection through the library: each layer's first call after a restart.
+    if (velaHalclient::velaPropertySet("k", "v") != kAnswer || setRelatedSysInfo(1, 2) != kAnswer) {
+        printf("the library does not reach the service; reconnection not measured\n");
+    } else {
+        const int rounds = 15;
+        printf("reconnection, median of %d restarts (reachable -> first success): "
+               "velaHalclient %.0f us, Pax %.0f us\n",
+               rounds,
+               medianReconnectMicros(self, service, rounds,
+                                     [] { return velaHalclient::velaPropertySet("k", "v") == kAnswer; }),
+               medianReconnectMicros(self, service, rounds,
+                                     [] { return setRelatedSysInfo(1, 2) == kAnswer; }));
+    }
+    stop(service);
     if (!dir.empty()) std::filesystem::remove_all(dir);
     return 0;
 }

@@ -234,10 +234,13 @@ bool AIBinder_isHandlingTransaction() { return callingIdentity().handling; }
 binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     if (binder == nullptr || in == nullptr) return STATUS_UNEXPECTED_NULL;
     auto parcel = std::make_unique<AParcel>();
+    // One allocation up front holds the arguments of nearly every call.
+    parcel->data.reserve(kParcelReserve);
     // The interface token lets the receiving end refuse a call meant for another interface.
     const AIBinder_Class* clazz = binder->clazz.load();
-    binder_status_t status = ndk::AParcel_writeString(
-            parcel.get(), clazz == nullptr ? std::string() : clazz->descriptor);
+    const char* token = clazz == nullptr ? "" : clazz->descriptor.c_str();
+    const auto length = static_cast<int32_t>(clazz == nullptr ? 0 : clazz->descriptor.size());
+    binder_status_t status = AParcel_writeString(parcel.get(), token, length);
     if (status != STATUS_OK) return status;
     *in = parcel.release();
     return STATUS_OK;

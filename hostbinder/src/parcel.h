@@ -45,5 +45,7 @@ struct AParcel {
 constexpr uint32_t kMaxParcelSize = 16u << 20;
 // Largest number of binder objects in one parcel.
 constexpr uint32_t kMaxParcelObjects = 4096;
+// What a transaction's parcel reserves before its arguments are written.
+constexpr size_t kParcelReserve = 1024;
 // Largest number of descriptors in one parcel.
 constexpr uint32_t kMaxParcelFds = 16;
