@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstdio>
 #include <ctime>
 #include <thread>
@@ -43,6 +45,25 @@ Dispatcher::Dispatcher()
     ev.events = EPOLLIN | EPOLLONESHOT;
     ev.data.u64 = kTaskId;
     epoll_ctl(mEpoll, EPOLL_CTL_ADD, mTaskFd, &ev);
+    // Registered after the statics of the libraries loaded before us, so it runs before their
+    // destructors.
+    atexit(&Dispatcher::onExit);
+}
+
+void Dispatcher::onExit() {
+    Dispatcher& d = get();
+    d.mExiting.store(true);
+    // What is running already may finish; bounded, as a blocked handler must not hold exit.
+    for (int i = 0; i < 1000 && d.mDelivering.load() > 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+template <typename Fn>
+void Dispatcher::deliver(Fn&& fn) {
+    mDelivering.fetch_add(1);
+    if (!mExiting.load()) fn();
+    mDelivering.fetch_sub(1);
 }
 
 bool Dispatcher::onBinderThread() { return tOnBinderThread; }
@@ -145,7 +166,7 @@ void Dispatcher::runOneTask() {
     rearm(mTaskFd, kTaskId, EPOLLIN);
     if (task) {
         ensureSpare();
-        task();
+        deliver(task);
     }
 }
 
@@ -175,6 +196,6 @@ void Dispatcher::work() {
             auto it = mWatched.find(ev.data.u64);
             if (it != mWatched.end()) handler = it->second;
         }
-        if (handler) handler->onEvent(ev.events);
+        if (handler) deliver([&] { handler->onEvent(ev.events); });
     }
 }

@@ -49,12 +49,20 @@ private:
     void work();
     void runOneTask();
     void maybeSweep();
+    // Runs `fn` unless the process is exiting, counted so that exit can wait for it.
+    template <typename Fn>
+    void deliver(Fn&& fn);
+    static void onExit();
 
     const int mEpoll;
     const int mTaskFd;  // readable while tasks wait
     std::atomic<bool> mStarted{false};
     std::atomic<uint32_t> mIdle{0};
     std::atomic<int64_t> mNextSweep{0};
+    // Once exit has begun nothing new is delivered: the process's static objects are being
+    // destroyed, and a callback or death notice must not find them half gone.
+    std::atomic<bool> mExiting{false};
+    std::atomic<uint32_t> mDelivering{0};
 
     std::atomic<uint64_t> mNextId{1};
     std::mutex mMutex;  // guards everything below

@@ -16,6 +16,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -224,7 +225,12 @@ TEST_F(Malformed, IdleAndHalfSentConnectionsCostOthersNothing) {
 
 TEST_F(Malformed, APeerThatNeverReadsIsDisconnectedWhileOthersAreAnswered) {
     const std::string big(64 * 1024, 'x');
-    service->setDefault("propertyGet", Answer::property(big));
+    constexpr int kRequests = 64;  // 4 MiB of replies: more than socket and queue together hold
+    std::atomic<int> answered{0};
+    std::promise<void> allButLastSent;
+    service->setDefault("propertyGet", Answer::property(big).withHook([&](const VelaCall&) {
+        if (++answered == kRequests) allButLastSent.set_value();
+    }));
     ndk::ScopedAParcel request(AParcel_create());
     ndk::AParcel_writeString(request.get(), std::string(IVela::descriptor));
     ndk::AParcel_writeString(request.get(), std::string("key"));
@@ -233,7 +239,6 @@ TEST_F(Malformed, APeerThatNeverReadsIsDisconnectedWhileOthersAreAnswered) {
     for (size_t i = 0; i < data.size(); i += 4) {
         AParcel_readInt32(request.get(), reinterpret_cast<int32_t*>(data.data() + i));
     }
-    constexpr int kRequests = 64;  // 4 MiB of replies: more than socket and queue together hold
     std::vector<uint8_t> requests;
     for (int i = 0; i < kRequests; ++i) {
         std::vector<uint8_t> one = frame(FIRST_CALL_TRANSACTION + 6, data);
@@ -243,6 +248,9 @@ TEST_F(Malformed, APeerThatNeverReadsIsDisconnectedWhileOthersAreAnswered) {
     ASSERT_EQ(static_cast<ssize_t>(requests.size()),
               send(hog, requests.data(), requests.size(), MSG_NOSIGNAL));
     expectServiceStillWorks("while another peer leaves 4 MiB of replies unread");
+    // Reading starts only once the service has answered (nearly) everything.
+    ASSERT_EQ(std::future_status::ready,
+              allButLastSent.get_future().wait_for(std::chrono::seconds(20)));
 
     size_t received = 0;
     EXPECT_TRUE(closedByPeer(hog, &received));
