@@ -24,6 +24,7 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 namespace {
 
@@ -158,15 +159,64 @@ AIBinder* connectTo(const std::string& instance) {
     return Session::start(fd, instance, nullptr)->rootProxy();
 }
 
+// Directory watches for waiters. Closing an inotify instance waits for the kernel to retire its
+// marks (an RCU grace period: tens of milliseconds), which would stand between a service
+// appearing and its waiter connecting. So an instance is never closed on that path: a finished
+// waiter removes its watch (which does not wait) and puts the instance back for the next one.
+// Each concurrent waiter still has an instance of its own, so no waiter can eat another's events.
+class DirectoryWatches {
+public:
+    // -1 when the kernel gives none; the caller then looks again on a timer.
+    int take(const std::string& dir, int* wd) {
+        int fd = -1;
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            if (!mFree.empty()) {
+                fd = mFree.back();
+                mFree.pop_back();
+            }
+        }
+        if (fd < 0) fd = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+        if (fd < 0) return -1;
+        drain(fd);  // what a previous waiter left: its watch's removal notice, say
+        *wd = inotify_add_watch(fd, dir.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
+        if (*wd < 0) {
+            giveBack(fd, -1);
+            return -1;
+        }
+        return fd;
+    }
+
+    void giveBack(int fd, int wd) {
+        if (wd >= 0) inotify_rm_watch(fd, wd);
+        std::lock_guard<std::mutex> lock(mMutex);
+        mFree.push_back(fd);
+    }
+
+    static void drain(int fd) {
+        alignas(inotify_event) char events[4096];
+        while (read(fd, events, sizeof(events)) > 0) {
+        }
+    }
+
+private:
+    std::mutex mMutex;
+    std::vector<int> mFree;
+};
+
+DirectoryWatches& directoryWatches() {
+    // Never destroyed: a waiter may still be returning its instance while the process exits.
+    static DirectoryWatches* watches = new DirectoryWatches;
+    return *watches;
+}
+
 // Waits for the instance, woken by changes in the directory; a zero limit waits for ever.
 AIBinder* waitFor(const char* instance, std::chrono::milliseconds limit) {
     if (instance == nullptr || !directoryTrusted()) return nullptr;
     const auto deadline = std::chrono::steady_clock::now() + limit;
     // Watching starts before the first look, so an instance that appears in between is seen.
-    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    if (watch >= 0) {
-        inotify_add_watch(watch, runtimeDirectory().c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
-    }
+    int wd = -1;
+    const int watch = directoryWatches().take(runtimeDirectory(), &wd);
     AIBinder* binder = nullptr;
     for (;;) {
         binder = connectTo(instance);
@@ -183,13 +233,9 @@ AIBinder* waitFor(const char* instance, std::chrono::milliseconds limit) {
             continue;
         }
         pollfd p{watch, POLLIN, 0};
-        if (poll(&p, 1, timeout) > 0) {
-            alignas(inotify_event) char events[4096];
-            while (read(watch, events, sizeof(events)) > 0) {
-            }
-        }
+        if (poll(&p, 1, timeout) > 0) DirectoryWatches::drain(watch);
     }
-    if (watch >= 0) close(watch);
+    if (watch >= 0) directoryWatches().giveBack(watch, wd);
     return binder;
 }
 
