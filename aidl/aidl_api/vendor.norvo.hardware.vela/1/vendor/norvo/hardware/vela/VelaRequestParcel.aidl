@@ -1,4 +1,12 @@
+///////////////////////////////////////////////////////////////////////////////
+// THIS FILE IS IMMUTABLE. DO NOT EDIT IN ANY CASE.                          //
+///////////////////////////////////////////////////////////////////////////////
+
+// A snapshot of the interface as frozen at version 1. The build compares the sources with it
+// and refuses any change; a new version is frozen beside it, never edited into it.
+
 package vendor.norvo.hardware.vela;
+@VintfStability
 parcelable VelaRequestParcel {
   int requestType;
   vendor.norvo.hardware.vela.VelaRequestData[] requestDatas;
