@@ -1,8 +1,16 @@
 // What each request puts on the wire, read back at the service after a real transaction; what
 // is refused before anything is sent; and what the answers give the caller.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <map>
+#include <memory>
 #include <sstream>
 
+#include "ExecProgram.h"
 #include "HalclientFixture.h"
 
 namespace halclienttest {
@@ -174,18 +182,39 @@ TEST_F(HalclientTest, PropertiesTravelBothWays) {
     EXPECT_EQ(fake->lastCall("propertySet").value, "v");
 }
 
-// An answer that does not fit the caller's buffer stops the process rather than being cut.
-// Everything happens in the statement, so that the child that dies starts its own service.
+// An answer that does not fit the caller's buffer stops the process rather than being cut. The
+// dying part runs in a fresh copy of this program that starts its own service; it is started
+// through the emulator in a cross build, which gtest's own death tests cannot do.
 TEST(HalclientPropertyDeathTest, AnswerOf256CharactersAborts) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(
-            {
-                paxtest::ServiceHarness service;
-                auto fake = service.startFake();
-                fake->setDefault("propertyGet", Answer::property(std::string(256, 'p')));
-                delete[] velaPropertyGet("vendor.key");
-            },
-            "answer of 256 characters does not fit");
+    constexpr char kRole[] = "PAX_PROPERTY_DEATH_CHILD";
+    if (getenv(kRole) != nullptr) {
+        paxtest::ServiceHarness service;
+        auto fake = service.startFake();
+        fake->setDefault("propertyGet", Answer::property(std::string(256, 'p')));
+        delete[] velaPropertyGet("vendor.key");
+        _exit(0);  // reached only when the library let the answer through
+    }
+    std::unique_ptr<FILE, int (*)(FILE*)> err(std::tmpfile(), fclose);
+    ASSERT_TRUE(err);
+    const int errFd = fileno(err.get());
+    const paxtest::ChildCommand command(
+            "/proc/self/exe",
+            {"halclient_test",
+             "--gtest_filter=HalclientPropertyDeathTest.AnswerOf256CharactersAborts"},
+            {std::string(kRole) + "=1"});
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(errFd, STDERR_FILENO);
+        command.exec();
+    }
+    ASSERT_GT(pid, 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << "wait status " << status;
+    std::string text(1 << 16, '\0');
+    text.resize(
+            static_cast<size_t>(std::max<ssize_t>(0, pread(errFd, text.data(), text.size(), 0))));
+    EXPECT_NE(text.find("answer of 256 characters does not fit"), std::string::npos) << text;
 }
 
 }  // namespace

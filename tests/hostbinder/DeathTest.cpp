@@ -6,10 +6,6 @@
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
-
-#include "FakeVela.h"
-#include "ServiceHarness.h"
-
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,9 +15,12 @@
 #include <future>
 #include <thread>
 
+#include "ExecProgram.h"
+#include "FakeVela.h"
+#include "ServiceHarness.h"
+
 using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
-
 
 namespace {
 
@@ -33,7 +32,7 @@ public:
         std::string text = "pid " + std::to_string(getpid());
         for (uint32_t i = 0; i < numArgs; ++i) text += std::string(" ") + args[i];
         return write(fd, text.data(), text.size()) == ssize_t(text.size()) ? STATUS_OK
-                                                                              : STATUS_UNKNOWN_ERROR;
+                                                                           : STATUS_UNKNOWN_ERROR;
     }
 };
 
@@ -51,11 +50,11 @@ public:
 }();
 
 pid_t startChild(const char* mode) {
+    const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_child"},
+                                        {std::string(kChildEnv) + "=" + mode});
     pid_t pid = fork();
     if (pid == 0) {
-        setenv(kChildEnv, mode, 1);
-        execl("/proc/self/exe", "hostbinder_child", static_cast<char*>(nullptr));
-        _exit(127);
+        command.exec();
     }
     return pid;
 }

@@ -5,18 +5,13 @@
 #include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
+#include <android/binder_process.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
-
-#include "FakeVela.h"
-#include "ServiceHarness.h"
-
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <android/binder_process.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -25,6 +20,10 @@
 #include <future>
 #include <sstream>
 #include <thread>
+
+#include "ExecProgram.h"
+#include "FakeVela.h"
+#include "ServiceHarness.h"
 
 using aidl::vendor::norvo::hardware::vela::BnVelaCallback;
 using aidl::vendor::norvo::hardware::vela::IVela;
@@ -129,11 +128,11 @@ TEST_F(Transport, EveryMethodReachesItsImplementationWithArgumentsAndResult) {
 
     std::vector<std::string> methods;
     for (const VelaCall& call : service->calls()) methods.push_back(call.method);
-    EXPECT_EQ((std::vector<std::string>{"init", "resCtlRequest", "resCtlRelease",
-                                        "resStateRequest", "resListeningRegister",
-                                        "resListeningUnregister", "propertyGet", "propertySet",
-                                        "thermalListeningRegister", "thermalListeningUnregister",
-                                        "reserved", "setRelatedSysInfo", "ruleCtl"}),
+    EXPECT_EQ((std::vector<std::string>{"init", "resCtlRequest", "resCtlRelease", "resStateRequest",
+                                        "resListeningRegister", "resListeningUnregister",
+                                        "propertyGet", "propertySet", "thermalListeningRegister",
+                                        "thermalListeningUnregister", "reserved",
+                                        "setRelatedSysInfo", "ruleCtl"}),
               methods);
     EXPECT_EQ(2, service->lastCall("resCtlRequest").parcel->requestType);
     EXPECT_EQ(41, service->lastCall("resCtlRelease").handle);
@@ -288,15 +287,15 @@ TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
         AParcel* reply = nullptr;
         ASSERT_EQ(STATUS_OK, AIBinder_prepareTransaction(callback.get(), &in));
         ndk::AParcel_writeVector(in, std::vector<VelaRequestData>{item(4)});
-        EXPECT_EQ(STATUS_OK, AIBinder_transact(callback.get(), FIRST_CALL_TRANSACTION, &in,
-                                               &reply, FLAG_ONEWAY));
+        EXPECT_EQ(STATUS_OK, AIBinder_transact(callback.get(), FIRST_CALL_TRANSACTION, &in, &reply,
+                                               FLAG_ONEWAY));
         AParcel_delete(reply);
     }));
+    const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_nopool"},
+                                        {std::string(kNoPoolChildEnv) + "=1"});
     pid_t child = fork();
     if (child == 0) {
-        setenv(kNoPoolChildEnv, "1", 1);
-        execl("/proc/self/exe", "hostbinder_nopool", static_cast<char*>(nullptr));
-        _exit(127);
+        command.exec();
     }
     ASSERT_GT(child, 0);
     auto exited = std::async(std::launch::async, [child] {

@@ -14,6 +14,8 @@
 #include <thread>
 #include <utility>
 
+#include "ExecProgram.h"
+
 namespace paxtest {
 
 namespace {
@@ -43,9 +45,7 @@ bool ChildService::launch() {
     // async-signal-safe calls are allowed, and other threads may hold the allocator's locks.
     std::vector<std::string> argStrings{mPath};
     argStrings.insert(argStrings.end(), mArgs.begin(), mArgs.end());
-    std::vector<char*> argv;
-    for (auto& s : argStrings) argv.push_back(s.data());
-    argv.push_back(nullptr);
+    const ChildCommand command(mPath, argStrings);
 
     struct rlimit limit {};
     int maxFd = 1024;
@@ -70,8 +70,7 @@ bool ChildService::launch() {
         {
             for (int fd = 3; fd < maxFd; ++fd) close(fd);
         }
-        execv(argv[0], argv.data());
-        _exit(127);
+        command.exec();
     }
     mPid = pid;
     return waitUntilServing();

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ChildService.h"
+#include "ExecProgram.h"
 #include "ScenarioConfig.h"
 
 namespace {
@@ -44,15 +45,12 @@ Outcome velactl(std::vector<std::string> args, const std::string& input = "") {
     fflush(files[0].get());
     rewind(files[0].get());
     args.insert(args.begin(), VELACTL_PATH);
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
+    const paxtest::ChildCommand command(VELACTL_PATH, args);
 
     const pid_t pid = fork();
     if (pid == 0) {
         for (int fd = 0; fd < 3; ++fd) dup2(fileno(files[fd].get()), fd);
-        execv(argv[0], argv.data());
-        _exit(127);
+        command.exec();
     }
     int status = 0;
     pid_t done = 0;
