@@ -31,7 +31,7 @@ build=build-arm64
 cmake -S . -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
       -DPAX_WERROR=ON -DPAX_BUILD_BENCH=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)"
-file "$build/client/libnorvo-pax-client.so.1" | grep -q 'ARM aarch64' ||
+readelf -h "$build/client/libnorvo-pax-client.so.1" | grep -q 'AArch64' ||
     { echo "test-arm64.sh: the library is not an arm64 binary" >&2; exit 1; }
 
 # The emulator is slower than the machine: give each test more time than natively.
