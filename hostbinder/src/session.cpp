@@ -640,13 +640,15 @@ void Session::teardown() {
     // Dropping the exports may destroy the caller's objects: no lock is held here.
     for (AIBinder* b : exports) AIBinder_decStrong(b);
     for (AIBinder* b : proxies) {
-        auto* proxy = static_cast<RemoteBinder*>(b);
-        std::vector<DeathLink> links = proxy->die();
-        Dispatcher::get().post([proxy, links = std::move(links)] {
+        std::vector<DeathLink> links = static_cast<RemoteBinder*>(b)->die();
+        // The reference travels with the task and goes when the task does, whether it ran or
+        // was dropped because the process is exiting: a proxy kept by a notice that never ran
+        // would keep this session, and everything it holds, for ever.
+        std::shared_ptr<AIBinder> held(b, [](AIBinder* p) { AIBinder_decStrong(p); });
+        Dispatcher::get().post([held, links = std::move(links)] {
             for (const DeathLink& link : links) {
                 if (!link.recipient->deleted.load()) link.recipient->onDied(link.cookie);
             }
-            AIBinder_decStrong(proxy);
         });
     }
 }
