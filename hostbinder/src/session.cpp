@@ -275,15 +275,7 @@ void Session::serve() {
     const bool more = !closed && frameBuffered();
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        mReading = false;
-        rearmLocked();
-        wakeWaiterLocked();
-    }
-    // Messages that came in the same read wait for a thread of their own; the socket will
-    // not announce them again.
-    if (more) {
-        std::shared_ptr<Session> self = shared_from_this();
-        Dispatcher::get().post([self] { self->serve(); });
+        endReadingLocked(more);
     }
     if (incoming.target != nullptr) {
         Dispatcher::get().ensureSpare();
@@ -452,13 +444,7 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
             readUntilAnswered(&pending);
             const bool more = frameBuffered();
             lock.lock();
-            mReading = false;
-            rearmLocked();
-            wakeWaiterLocked();
-            if (more) {
-                std::shared_ptr<Session> self = shared_from_this();
-                Dispatcher::get().post([self] { self->serve(); });
-            }
+            endReadingLocked(more);
             continue;
         }
         pending.cv.wait(lock);
@@ -591,6 +577,19 @@ void Session::sendReply(uint64_t txId, binder_status_t status, AParcel* reply) {
         }
     }
     send(h, out);
+}
+
+// This thread stops reading: the connection is watched again, a caller waiting for its reply
+// may read it, and messages that came in the same read get a thread of their own, since the
+// socket will not announce them again.
+void Session::endReadingLocked(bool more) {
+    mReading = false;
+    rearmLocked();
+    wakeWaiterLocked();
+    if (more) {
+        std::shared_ptr<Session> self = shared_from_this();
+        Dispatcher::get().post([self] { self->serve(); });
+    }
 }
 
 // --- Ending --------------------------------------------------------------------------------

@@ -117,6 +117,8 @@ private:
     void rearmLocked();
     // Hands the read turn to a caller still waiting, if any. Needs mMutex.
     void wakeWaiterLocked();
+    // Ends this thread's read turn; `more`: messages are already buffered. Needs mMutex.
+    void endReadingLocked(bool more);
 
     // Turns the parcel's objects into wire references (exporting local binders). `out` refers
     // to the parcel, which must outlive it.
