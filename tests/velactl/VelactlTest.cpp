@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -154,6 +155,14 @@ TEST(VelactlTest, NoServiceIsReportedAtOnceWithWhereVelactlLooked) {
     paxtest::ServiceHarness declared;
     ASSERT_TRUE(declared.declareOnly());
     EXPECT_TRUE(endsWith(velactl({"request", "0x01010010=1"}), 4, {"declared in"}));
+
+    // A directory others may write to is not looked into, and both doors say why.
+    const char* dir = getenv("HOSTBINDER_DIR");
+    ASSERT_EQ(chmod(dir, 0777), 0);
+    EXPECT_TRUE(endsWith(velactl({"status"}), 4, {"(refused: ", "writable by group or others"}));
+    EXPECT_TRUE(endsWith(velactl({"state", "0x01010010"}), 4,
+                         {std::string("cannot use ") + dir + ": "}));
+    ASSERT_EQ(chmod(dir, 0700), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
 }
 

@@ -270,6 +270,11 @@ int requireService(Context& ctx) {
     const std::string dir = HostBinder_getDirectory();
     const std::string declaredFile = dir + "/declared";
     std::string detail;
+    if (const char* problem = HostBinder_directoryProblem()) {
+        // Nothing in a directory we cannot trust is looked at, so say that, not "not found".
+        ctx.out.error("cannot use " + dir + ": " + problem);
+        return kExitNoService;
+    }
     if (AServiceManager_isDeclared(protocol::instanceName().c_str())) {
         detail = "it is declared in " + declaredFile + " but nothing serves it now";
     } else if (std::filesystem::exists(declaredFile)) {
@@ -981,8 +986,12 @@ void Commands::defineToolCommands() {
         json["declared"] = declared;
         json["running"] = running;
         json["embedded"] = ctx.embedded != nullptr;
+        const char* problem = HostBinder_directoryProblem();
+        json["directory_problem"] = problem != nullptr ? Json::Value(problem) : Json::Value();
         ctx.out.result(std::string("service ") + protocol::instanceName().c_str() + "\n  directory " +
                                HostBinder_getDirectory() + (ctx.embedded ? " (embedded)" : "") +
+                               (problem != nullptr ? std::string(" (refused: ") + problem + ")"
+                                                   : std::string()) +
                                "\n  declared  " + (declared ? "yes" : "no") + "\n  running   " +
                                (running ? "yes" : "no"),
                        json);
