@@ -6,6 +6,8 @@
 
 #include "Commands.h"
 #include "ResourceArgs.h"
+#include "ScriptCommands.h"
+#include "ToolCommands.h"
 
 namespace velactl {
 

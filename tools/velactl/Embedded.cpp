@@ -79,8 +79,8 @@ std::unique_ptr<EmbeddedService> EmbeddedService::start(VelaService::Options opt
         *error = "cannot declare the embedded service in " + dir;
         return nullptr;
     }
-    const binder_exception_t added =
-            AServiceManager_addService(embedded->mService->asBinder().get(), protocol::instanceName().c_str());
+    const binder_exception_t added = AServiceManager_addService(
+            embedded->mService->asBinder().get(), protocol::instanceName().c_str());
     if (added != EX_NONE) {
         *error = "cannot serve the embedded service in " + dir + " (exception " +
                  std::to_string(added) + ")";

@@ -91,7 +91,7 @@ ResourceArg parseResource(const std::string& text, const ScenarioConfig& config,
 }
 
 std::vector<ResourceArg> parseResources(const std::vector<std::string>& texts,
-                                         const ScenarioConfig& config, ValueRule rule) {
+                                        const ScenarioConfig& config, ValueRule rule) {
     std::vector<ResourceArg> args;
     for (const std::string& text : texts) args.push_back(parseResource(text, config, rule));
     return args;

@@ -34,7 +34,7 @@ struct ResourceArg {
 enum class ValueRule { kOptional, kRequired, kForbidden };
 ResourceArg parseResource(const std::string& text, const ScenarioConfig& config, ValueRule rule);
 std::vector<ResourceArg> parseResources(const std::vector<std::string>& texts,
-                                         const ScenarioConfig& config, ValueRule rule);
+                                        const ScenarioConfig& config, ValueRule rule);
 // Either all opcodes or all paths; UsageError when mixed. True for paths. An empty list
 // counts as opcodes.
 bool allPaths(const std::vector<ResourceArg>& args);

@@ -1,0 +1,191 @@
+#include "Reporting.h"
+
+#include <android/log.h>
+
+#include <csignal>
+#include <thread>
+
+#include "Embedded.h"
+#include "Output.h"
+#include "VelaService.h"
+
+namespace velactl {
+
+namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
+using PaxClient::Resource;
+
+namespace {
+
+std::atomic<bool> gInterrupted{false};
+
+void onInterrupt(int) {
+    gInterrupted = true;
+}
+
+std::string nameOf(const Context& ctx, uint32_t opcode) {
+    using aidl::vendor::norvo::hardware::vela::impl::ResourceKey;
+    const auto* info = ctx.config.infoFor(ResourceKey::ofOpcode(opcode));
+    return info != nullptr ? info->name : std::string();
+}
+
+// Why a call failed, in words: the library's -1, or one of the service's own codes.
+std::string whyFailed(int32_t result) {
+    if (result == -1) return "the call failed (-1)";
+    if (const char* name = protocol::resultName(result)) {
+        return std::string("refused by the service: ") + name + " (" + std::to_string(result) + ")";
+    }
+    return "result " + std::to_string(result);
+}
+
+}  // namespace
+
+std::string showValue(const std::optional<std::string>& value) {
+    return value ? *value : "(no value)";
+}
+
+std::string resourceLine(const Context& ctx, uint32_t opcode, const std::string& path,
+                         const std::optional<std::string>& value) {
+    return describeResource(opcode, path, ctx.config) + " = " + showValue(value);
+}
+
+Json::Value resourceJson(const Context& ctx, uint32_t opcode, const std::string& path,
+                         const std::optional<std::string>& value) {
+    return Output::resourceJson(opcode, path, value, opcode != 0 ? nameOf(ctx, opcode) : "");
+}
+
+int failed(Context& ctx, const std::string& what, int32_t result) {
+    ctx.out.error(what + ": " + whyFailed(result));
+    // An embedded service's own explanation is at hand: show it.
+    if (ctx.embedded) {
+        for (const std::string& line : serviceLines(ANDROID_LOG_WARN)) {
+            ctx.out.error("  service: " + line);
+        }
+    }
+    return kExitFailed;
+}
+
+velaHalclient::ResourceList toList(const std::vector<ResourceArg>& args) {
+    velaHalclient::ResourceList list;
+    for (const auto& arg : args) list.push_back(Resource{arg.opcode, arg.value});
+    return list;
+}
+
+std::vector<Resource> toVector(const std::vector<ResourceArg>& args, const std::string& what) {
+    std::vector<Resource> out;
+    for (const auto& arg : args) {
+        if (arg.isPath()) {
+            throw UsageError{what + " takes opcodes only; for paths use `velactl request`"};
+        }
+        out.push_back(Resource{arg.opcode, arg.value});
+    }
+    return out;
+}
+
+std::vector<std::string> pathsOf(const std::vector<ResourceArg>& args) {
+    std::vector<std::string> paths;
+    for (const auto& arg : args) paths.push_back(arg.path);
+    return paths;
+}
+
+std::map<std::string, std::string> pathMap(const std::vector<ResourceArg>& args) {
+    std::map<std::string, std::string> map;
+    for (const auto& arg : args) {
+        if (!arg.isPath()) throw UsageError{"--map takes paths only"};
+        map[arg.path] = arg.value.value_or("");
+    }
+    return map;
+}
+
+void ResourceListing::add(uint32_t opcode, const std::string& path,
+                          const std::optional<std::string>& value) {
+    text += (text.empty() ? "" : "\n") + resourceLine(ctx, opcode, path, value);
+    items.append(resourceJson(ctx, opcode, path, value));
+}
+
+Printer::Printer(Context& ctx, std::string label)
+    : mCtx(ctx), mLabel(std::move(label)), mThermal(mLabel == "thermal") {}
+
+void Printer::onCallback(std::list<Resource>& resources) {
+    std::string text;
+    Json::Value items(Json::arrayValue);
+    for (const Resource& r : resources) {
+        if (mThermal) {
+            // Thermal items are subsystems and levels, not resources.
+            text += "\n  subsystem " + std::to_string(r.id) + " level " + showValue(r.value);
+            Json::Value item;
+            item["subsystem"] = r.id;
+            item["level"] = r.value ? Json::Value(*r.value) : Json::Value();
+            items.append(item);
+            continue;
+        }
+        text += "\n  " + resourceLine(mCtx, r.id, "", r.value);
+        items.append(resourceJson(mCtx, r.id, "", r.value));
+    }
+    print(text, items);
+}
+
+void Printer::onCallback(std::vector<std::string> values, std::vector<std::string> paths) {
+    std::string text;
+    Json::Value items(Json::arrayValue);
+    for (size_t i = 0; i < paths.size() && i < values.size(); ++i) {
+        text += "\n  " + paths[i] + " = " + values[i];
+        items.append(Output::resourceJson(0, paths[i], values[i], ""));
+    }
+    print(text, items);
+}
+
+void Printer::print(const std::string& text, const Json::Value& items) {
+    Json::Value json;
+    json["callback"] = mLabel;
+    json["handle"] = mHandle.load();
+    json["items"] = items;
+    mCtx.out.result("[" + mLabel + " " + std::to_string(mHandle) + " callback]" + text, json);
+    ++mHeard;
+    mCtx.callbackHeard();
+}
+
+InterruptScope::InterruptScope() {
+    gInterrupted = false;
+    mPrevious = signal(SIGINT, onInterrupt);
+}
+
+InterruptScope::~InterruptScope() {
+    signal(SIGINT, mPrevious);
+}
+
+bool interrupted() {
+    return gInterrupted;
+}
+
+bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!done()) {
+        if (gInterrupted || std::chrono::steady_clock::now() >= deadline) return done();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+int reportHandle(Context& ctx, const std::string& what, int32_t handle) {
+    if (handle < 1) return failed(ctx, what, handle);
+    ctx.lastHandle = handle;
+    Json::Value json;
+    json["handle"] = handle;
+    ctx.out.result("handle " + std::to_string(handle), json);
+    return kExitOk;
+}
+
+int finishRequest(Context& ctx, const std::string& what, int32_t handle, Printer& printer,
+                  bool callback, const std::string& timeout) {
+    // Before the handle is out, so that an early callback prints under it.
+    printer.setHandle(handle);
+    if (int rc = reportHandle(ctx, what, handle); rc != kExitOk) return rc;
+    if (callback && !waitFor([&] { return printer.heard() > 0; },
+                             std::chrono::milliseconds(parseInt(timeout, "timeout")))) {
+        ctx.out.error("no answer from the service within " + timeout + " ms");
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
+}  // namespace velactl

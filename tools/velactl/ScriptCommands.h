@@ -1,0 +1,45 @@
+// `run`: velactl commands read from a file, one per line, and the commands only scripts have.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <istream>
+#include <string>
+#include <vector>
+
+#include "Context.h"
+
+namespace velactl {
+
+// Splits one line of a script into words: blanks separate, quotes ('...' or "...") group,
+// a backslash escapes the next character. Throws UsageError on an unterminated quote.
+std::vector<std::string> splitWords(const std::string& line);
+
+int runScript(Context& ctx, std::istream& in, const std::string& name, bool keepGoing);
+
+struct RunOptions {
+    std::string file;
+    bool keepGoing = false;
+};
+void bindRun(CLI::App& app, RunOptions& o);
+int runRun(Context& ctx, RunOptions& o);
+
+struct SleepOptions {
+    std::string ms;
+};
+void bindSleep(CLI::App& app, SleepOptions& o);
+int runSleep(Context& ctx, SleepOptions& o);
+
+struct AwaitOptions {
+    std::string count;
+    std::string timeout = "5000";
+};
+void bindAwait(CLI::App& app, AwaitOptions& o);
+int runAwait(Context& ctx, AwaitOptions& o);
+
+struct EchoOptions {
+    std::vector<std::string> words;
+};
+void bindEcho(CLI::App& app, EchoOptions& o);
+int runEcho(Context& ctx, EchoOptions& o);
+
+}  // namespace velactl

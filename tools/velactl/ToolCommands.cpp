@@ -1,0 +1,98 @@
+#include "ToolCommands.h"
+
+#include <PaxWrapper.h>
+#include <android/binder_manager.h>
+#include <hostbinder/hostbinder.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "Embedded.h"
+#include "ResourceArgs.h"
+#include "VelaService.h"
+
+namespace velactl {
+
+namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
+
+void bindActions(CLI::App& app, ActionsOptions& o) {
+    app.add_option("filter", o.filter, "show only names containing this text");
+}
+
+int runActions(Context& ctx, ActionsOptions& o) {
+    std::string text;
+    Json::Value rows(Json::arrayValue);
+    for (size_t id = 0; id < gActionList.size(); ++id) {
+        const std::string& name = gActionList[id];
+        if (!o.filter.empty() && name.find(o.filter) == std::string::npos) continue;
+        const auto* scenario = ctx.config.scenarioFor(id);
+        char line[128];
+        snprintf(line, sizeof(line), "%3zu  %-44s%s", id, name.c_str(), scenario ? "scenario" : "");
+        text += (text.empty() ? "" : "\n") + std::string(line);
+        Json::Value row;
+        row["event"] = static_cast<Json::UInt>(id);
+        row["action"] = name;
+        row["scenario"] = scenario != nullptr;
+        rows.append(row);
+    }
+    if (rows.empty()) {
+        throw UsageError{"no action matches '" + o.filter + "'" + suggestion(o.filter, gActionList),
+                         kExitUnknownName};
+    }
+    ctx.out.result(text, rows);
+    return kExitOk;
+}
+
+int runStatus(Context& ctx) {
+    const char* instance = protocol::instanceName().c_str();
+    ::ndk::SpAIBinder binder(AServiceManager_checkService(instance));
+    const bool running = binder.get() != nullptr;
+    const bool declared = AServiceManager_isDeclared(instance);
+    Json::Value json;
+    json["directory"] = HostBinder_getDirectory();
+    json["instance"] = instance;
+    json["declared"] = declared;
+    json["running"] = running;
+    json["embedded"] = ctx.embedded != nullptr;
+    const char* problem = HostBinder_directoryProblem();
+    json["directory_problem"] = problem != nullptr ? Json::Value(problem) : Json::Value();
+    ctx.out.result(std::string("service ") + instance + "\n  directory " +
+                           HostBinder_getDirectory() + (ctx.embedded ? " (embedded)" : "") +
+                           (problem != nullptr ? std::string(" (refused: ") + problem + ")"
+                                               : std::string()) +
+                           "\n  declared  " + (declared ? "yes" : "no") + "\n  running   " +
+                           (running ? "yes" : "no"),
+                   json);
+    return running ? kExitOk : kExitNoService;
+}
+
+int requireService(Context& ctx) {
+    const char* instance = protocol::instanceName().c_str();
+    ::ndk::SpAIBinder binder(AServiceManager_checkService(instance));
+    if (binder.get() != nullptr) return kExitOk;
+
+    const std::string dir = HostBinder_getDirectory();
+    const std::string declaredFile = dir + "/declared";
+    std::string detail;
+    if (const char* problem = HostBinder_directoryProblem()) {
+        // Nothing in a directory we cannot trust is looked at, so say that, not "not found".
+        ctx.out.error("cannot use " + dir + ": " + problem);
+        return kExitNoService;
+    }
+    if (AServiceManager_isDeclared(instance)) {
+        detail = "it is declared in " + declaredFile + " but nothing serves it now";
+    } else if (std::filesystem::exists(declaredFile)) {
+        detail = "it is not declared in " + declaredFile;
+    } else {
+        detail = declaredFile + " does not exist";
+    }
+    ctx.out.error(std::string("the vela service is not running: looked for ") + instance + " in " +
+                  dir +
+                  (getenv("HOSTBINDER_DIR") ? " ($HOSTBINDER_DIR)"
+                                            : " (default; $HOSTBINDER_DIR is unset)") +
+                  "; " + detail +
+                  ". Start vela-service with the same HOSTBINDER_DIR, or add --embedded.");
+    return kExitNoService;
+}
+
+}  // namespace velactl
