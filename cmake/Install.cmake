@@ -4,6 +4,19 @@ include(CMakePackageConfigHelpers)
 set_target_properties(norvo-pax-client vela_aidl_ndk hostbinder_ndk PROPERTIES
     INSTALL_RPATH "$ORIGIN;/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android")
 
+# The programs find the installed libraries from wherever the prefix is, and liblog where
+# Debian keeps it.
+foreach(program velactl vela-service)
+    if(TARGET ${program})
+        set_target_properties(${program} PROPERTIES INSTALL_RPATH
+            "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android")
+    endif()
+endforeach()
+
+# Consumers write either <velaHalclient.h> or <norvo-pax-client/velaHalclient.h>.
+target_include_directories(norvo-pax-client INTERFACE
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+
 install(TARGETS norvo-pax-client vela_aidl_ndk hostbinder_ndk
         EXPORT NorvoPaxClientTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

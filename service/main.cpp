@@ -1,6 +1,6 @@
 // vela-service: the reference resource-control service.
 //
-//   vela-service [--config FILE] [--sysfs-root DIR]
+//   vela-service [-v|-q]... [--config FILE] [--sysfs-root DIR]
 //
 // Serves "vendor.norvo.hardware.vela.IVela/default" until killed: on a host in $HOSTBINDER_DIR,
 // on a device with the service manager. Options are read with getopt_long rather than a
@@ -17,8 +17,10 @@
 #include <string>
 
 #include "ExitCodes.h"
+#include "LogLevel.h"
 #include "ServiceRegistration.h"
 #include "VelaService.h"
+#include "Version.h"
 
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
 using aidl::vendor::norvo::hardware::vela::impl::registerService;
@@ -29,17 +31,27 @@ namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
 namespace {
 
 constexpr const char kUsage[] =
-        "Usage: vela-service [--config FILE] [--sysfs-root DIR]\n"
+        "Usage: vela-service [OPTIONS]\n"
         "Serves the reference resource-control service until killed.\n"
         "\n"
+        "Options:\n"
         "  --config FILE      scenario configuration (JSON); the built-in one when not given\n"
         "  --sysfs-root DIR   mirror path resources as files under DIR\n"
+        "  -v, --verbose      log more (debug, then verbose); the default is info\n"
+        "  -q, --quiet        log less (warnings, then errors only)\n"
         "  -h, --help         show this help and exit\n"
+        "  --version          show the version and exit\n"
+        "\n"
+        "Environment:\n"
+        "  HOSTBINDER_DIR     where the service is served (host builds)\n"
+        "  VELA_LOG_LEVEL     verbose|debug|info|warn|error|fatal|silent: the log level\n"
         "\n";
 
 struct Args {
     std::string configFile;
     std::string sysfsRoot;
+    int louder = 0;
+    int quieter = 0;
 };
 
 // -1 when the program goes on; otherwise the exit code.
@@ -47,11 +59,14 @@ int parseArgs(int argc, char** argv, Args* args) {
     static const option kOptions[] = {
             {"config", required_argument, nullptr, 'c'},
             {"sysfs-root", required_argument, nullptr, 's'},
+            {"verbose", no_argument, nullptr, 'v'},
+            {"quiet", no_argument, nullptr, 'q'},
             {"help", no_argument, nullptr, 'h'},
+            {"version", no_argument, nullptr, 'V'},
             {nullptr, 0, nullptr, 0},
     };
     int opt;
-    while ((opt = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1) {
+    while ((opt = getopt_long(argc, argv, "hvq", kOptions, nullptr)) != -1) {
         switch (opt) {
             case 'c':
                 args->configFile = optarg;
@@ -59,6 +74,15 @@ int parseArgs(int argc, char** argv, Args* args) {
             case 's':
                 args->sysfsRoot = optarg;
                 break;
+            case 'v':
+                ++args->louder;
+                break;
+            case 'q':
+                ++args->quieter;
+                break;
+            case 'V':
+                printf("vela-service %s\n", vela_version::kVersion);
+                return vela_exit::kOk;
             case 'h':
                 printf("%s%s", kUsage, vela_exit::kTable);
                 return vela_exit::kOk;
@@ -79,6 +103,10 @@ int parseArgs(int argc, char** argv, Args* args) {
 int main(int argc, char** argv) {
     Args args;
     if (int done = parseArgs(argc, argv, &args); done >= 0) return done;
+    std::string logWarning;
+    __android_log_set_minimum_priority(
+            vela_log::choosePriority(ANDROID_LOG_INFO, args.louder, args.quieter, &logWarning));
+    if (!logWarning.empty()) fprintf(stderr, "vela-service: %s\n", logWarning.c_str());
 
     VelaService::Options options;
     if (!args.configFile.empty()) {

@@ -1,5 +1,6 @@
-// velactl as a user runs it: scripts through `run -` against an embedded service, the exit
-// code of each kind of mistake, and the tool against a service in another process.
+// velactl and vela-service as a user runs them: scripts through `run -` against an embedded
+// service, the exit code and first words for each kind of mistake, and velactl against a
+// service in another process that dies or is interrupted.
 #include <PaxWrapper.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -9,6 +10,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -16,6 +19,7 @@
 #include "ChildService.h"
 #include "ExecProgram.h"
 #include "ScenarioConfig.h"
+#include "Waiter.h"
 
 namespace {
 
@@ -37,36 +41,61 @@ std::ostream& operator<<(std::ostream& os, const Outcome& run) {
               << run.err;
 }
 
-// Runs velactl with `args`, feeding `input` on its standard input; kills it after 30 s.
-Outcome velactl(std::vector<std::string> args, const std::string& input = "") {
-    // Unnamed files rather than pipes: nothing to drain while it runs, and they close with us.
-    std::unique_ptr<FILE, int (*)(FILE*)> files[] = {
+// A program of this build running in a child, its output going to unnamed files (nothing to
+// drain while it runs, and they close with us).
+struct Launch {
+    pid_t pid = -1;
+    std::unique_ptr<FILE, int (*)(FILE*)> files[3] = {
             {std::tmpfile(), fclose}, {std::tmpfile(), fclose}, {std::tmpfile(), fclose}};
-    fputs(input.c_str(), files[0].get());
-    fflush(files[0].get());
-    rewind(files[0].get());
-    args.insert(args.begin(), VELACTL_PATH);
-    const paxtest::ChildCommand command(VELACTL_PATH, args);
 
-    const pid_t pid = fork();
-    if (pid == 0) {
-        for (int fd = 0; fd < 3; ++fd) dup2(fileno(files[fd].get()), fd);
+    std::string read(int fd) const {
+        std::string text;
+        fflush(files[fd].get());
+        const long end = ftell(files[fd].get());
+        rewind(files[fd].get());
+        for (int c; (c = fgetc(files[fd].get())) != EOF;) text.push_back(static_cast<char>(c));
+        fseek(files[fd].get(), end, SEEK_SET);
+        return text;
+    }
+};
+
+std::unique_ptr<Launch> launch(const char* program, std::vector<std::string> args,
+                               const std::string& input = "") {
+    auto started = std::make_unique<Launch>();
+    fputs(input.c_str(), started->files[0].get());
+    fflush(started->files[0].get());
+    rewind(started->files[0].get());
+    args.insert(args.begin(), program);
+    const paxtest::ChildCommand command(program, args);
+    started->pid = fork();
+    if (started->pid == 0) {
+        for (int fd = 0; fd < 3; ++fd) dup2(fileno(started->files[fd].get()), fd);
         command.exec();
     }
+    return started;
+}
+
+// Waits for the child to end (killing it after 30 s) and collects what it said.
+Outcome finish(const Launch& child) {
     int status = 0;
     pid_t done = 0;
-    for (int i = 0; i < 3000 && (done = waitpid(pid, &status, WNOHANG)) == 0; ++i) usleep(10'000);
+    for (int i = 0; i < 3000 && (done = waitpid(child.pid, &status, WNOHANG)) == 0; ++i) {
+        usleep(10'000);
+    }
     if (done == 0) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
+        kill(child.pid, SIGKILL);
+        waitpid(child.pid, &status, 0);
     }
     Outcome run;
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    for (auto [file, text] : {std::pair{files[1].get(), &run.out}, {files[2].get(), &run.err}}) {
-        rewind(file);
-        for (int c; (c = fgetc(file)) != EOF;) text->push_back(static_cast<char>(c));
-    }
+    run.out = child.read(1);
+    run.err = child.read(2);
     return run;
+}
+
+// Runs velactl with `args`, feeding `input` on its standard input.
+Outcome velactl(std::vector<std::string> args, const std::string& input = "") {
+    return finish(*launch(VELACTL_PATH, std::move(args), input));
 }
 
 // The run ended with `exitCode` and said every one of `fragments` (on either stream).
@@ -84,6 +113,8 @@ TEST(VelactlTest, ScriptDrivesTheServiceThroughEveryLayer) {
     const Outcome run = velactl({"--embedded", "run", "-"}, R"(
 # the wrapper by name, then its resources in force
 acquire launch --pkg com.example.mail
+acquire touch_boost -d 0500      # decimal: a leading zero makes no octal
+release $handle
 state cpu.little.freq_min sched.little.target_load
 listen cpu.little.freq_min
 request cpu.little.freq_min=1000 --duration 150
@@ -98,7 +129,7 @@ history get
 )");
     EXPECT_TRUE(endsWith(
             run, 0,
-            {"ACTION_LAUNCH (event 0): handle 1, until released",
+            {"ACTION_LAUNCH (event 0): handle 1, until released", "for 500 ms",
              "0x01010010 cpu.little.freq_min = 1804800\n"
              "0x010108a0 sched.little.target_load = 60",
              "  0x01010010 cpu.little.freq_min = 1000", "0x010108a0 sched.little.target_load = 33",
@@ -106,61 +137,234 @@ history get
     EXPECT_EQ(run.err, "") << run;
 }
 
-TEST(VelactlTest, JsonModePrintsOneDocumentPerResult) {
-    const Outcome run = velactl({"--embedded", "--json", "run", "-"},
-                                "acquire 17\nstate 0x010100c0 0x7f000001\nrelease $handle\n");
+// Every result of every command, as a script runs them with --json, is one JSON object.
+TEST(VelactlTest, EveryJsonResultIsOneObject) {
+    const Outcome run = velactl({"--embedded", "--json", "run", "-"}, R"(
+init
+init --pax
+acquire 17
+state 0x010100c0 0x010100b0
+release $handle
+acquire launch
+release $handle --via pax
+res-acquire cpu.big.freq_min=1
+platform-acquire cpu.big.freq_min=2 --pkg com.example
+request cpu.little.freq_min=1000 --callback
+sa-request 3
+release $handle --via sa
+listen cpu.little.freq_min
+unlisten $listener
+listen --thermal 1
+thermal 1=3
+notify 3 1 2
+notify-source 130 1 --data 45,70,85
+rule 7 on sched.little.target_load=33
+sysinfo 1 0x100000000
+dump run-map
+history on
+history get
+prop set vendor.a 1
+prop get vendor.a
+dataset
+power
+pm 0
+build target-load 45,70,85
+game-upgrade-clear 1 0
+actions LAUNCH
+status
+)");
     ASSERT_EQ(run.exitCode, 0) << run;
     std::vector<Json::Value> docs;
     std::istringstream lines(run.out);
     std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     for (std::string line; std::getline(lines, line);) {
-        ASSERT_TRUE(reader->parse(line.data(), line.data() + line.size(), &docs.emplace_back(),
-                                  nullptr))
-                << line;
+        Json::Value doc;
+        ASSERT_TRUE(reader->parse(line.data(), line.data() + line.size(), &doc, nullptr)) << line;
+        ASSERT_TRUE(doc.isObject()) << line;
+        docs.push_back(doc);
     }
-    ASSERT_EQ(docs.size(), 3u) << run;
-    EXPECT_EQ(docs[0]["action"].asString(), "ACTION_CAMERA_PREVIEW");
-    EXPECT_EQ(docs[0]["via"].asString(), "pax");  // an id goes straight to PaxEventAcquire
-    EXPECT_EQ(docs[1][0]["name"].asString(), "cpu.prime.freq_max");
-    EXPECT_EQ(docs[1][0]["value"].asString(), "1958400");
-    EXPECT_TRUE(docs[1][1]["value"].isNull());
-    EXPECT_EQ(docs[2]["released"], docs[0]["handle"]);
+    ASSERT_GE(docs.size(), 33u) << run;
+    EXPECT_EQ(docs[2]["action"].asString(), "ACTION_CAMERA_PREVIEW");
+    EXPECT_EQ(docs[2]["via"].asString(), "pax");  // an id goes straight to PaxEventAcquire
+    EXPECT_EQ(docs[3]["resources"][0]["name"].asString(), "cpu.prime.freq_max");
+    EXPECT_EQ(docs[3]["resources"][0]["value"].asString(), "1958400");
+    EXPECT_EQ(docs[4]["released"], docs[2]["handle"]);
+    // A Pax release reports nothing back, so velactl claims no more than that it was sent.
+    EXPECT_EQ(docs[6]["release"].asString(), "sent");
+    EXPECT_FALSE(docs[6].isMember("released"));
+    for (const auto& doc : docs) {
+        if (doc.isMember("run-map")) {
+            EXPECT_EQ(doc["run-map"]["written_to"], "velactl");
+        }
+    }
 }
 
-TEST(VelactlTest, EachKindOfMistakeHasItsOwnExitCodeAndAHelpfulMessage) {
-    EXPECT_TRUE(endsWith(velactl({"--embedded", "staet", "0x01010010"}), 2,
-                         {"unknown command 'staet', did you mean state?"}));
-    EXPECT_TRUE(endsWith(velactl({"--embedded", "acquire", "ACTION_LANCH"}), 2,
-                         {"did you mean ACTION_LAUNCH"}));
-    for (const char* bad : {"0xZZ=1", "0x01010010", "0x01010010=", "/sys/../x=1"}) {
-        EXPECT_TRUE(endsWith(velactl({"--embedded", "request", bad}), 3)) << bad;
+// What a user gets wrong, with the exit code and the first line each program answers.
+struct BadInput {
+    const char* program;
+    std::vector<std::string> args;
+    int exitCode;
+    std::string firstLine;  // of stderr
+};
+
+const char* const kVelactl = VELACTL_PATH;
+const char* const kService = VELA_SERVICE_PATH;
+
+TEST(VelactlTest, BadInputIsRefusedBeforeAnythingIsSentWithItsOwnExitCode) {
+    const std::string many = [] {
+        std::string script = "request";
+        for (int i = 0; i < 257; ++i) script += " cpu.little.freq_min=1";
+        return script;
+    }();
+    const std::vector<BadInput> table = {
+            {kVelactl,
+             {"staet", "1"},
+             64,
+             "velactl: unknown command 'staet', did you mean state? (velactl --help lists them)"},
+            {kVelactl,
+             {"--bogus", "status"},
+             64,
+             "velactl: unknown option '--bogus' before the command (velactl --help lists the "
+             "options)"},
+            {kVelactl,
+             {"request"},
+             64,
+             "velactl: request: RESOURCE is required (velactl request --help)"},
+            {kVelactl, {"prop", "get"}, 64, "velactl: prop: KEY is required (velactl prop --help)"},
+            {kVelactl,
+             {"game-upgrade-clear", "1"},
+             64,
+             "velactl: game-upgrade-clear: STATUS is required (velactl game-upgrade-clear --help)"},
+            {kVelactl,
+             {"request", "0x01010010=1", "-d", "-5"},
+             65,
+             "velactl: request: --duration: -5 is negative; give 0 (until released) to 604800000 "
+             "ms (7 days, the longest the service holds a request)"},
+            {kVelactl,
+             {"request", "0x01010010=1", "-d", "604800001"},
+             65,
+             "velactl: request: --duration: 604800001 is out of range; give 0 (until released) to "
+             "604800000 ms (7 days, the longest the service holds a request)"},
+            {kVelactl,
+             {"request", "0x01010010=1", "-d", "5ms"},
+             65,
+             "velactl: request: --duration: '5ms' is not a whole number (write it in decimal, or "
+             "in hexadecimal after 0x)"},
+            {kVelactl,
+             {"listen", "0x01010010", "--count", "x"},
+             65,
+             "velactl: listen: --count: 'x' is not a whole number (write it in decimal, or in "
+             "hexadecimal after 0x)"},
+            {kVelactl,
+             {"listen", "0x01010010", "--count", "0"},
+             65,
+             "velactl: listen: --count: 0 is out of range; give 1 to 2147483647"},
+            {kVelactl,
+             {"release", "0"},
+             65,
+             "velactl: release: HANDLE: 0 is out of range; give a handle velactl printed (1 or "
+             "more)"},
+            {kVelactl,
+             {"release", "1", "--via", "pak"},
+             65,
+             "velactl: release: --via: 'pak' is no layer, did you mean pax, hal or sa? (hal, sa, "
+             "pax or wrapper)"},
+            {kVelactl,
+             {"release", "010"},
+             1,
+             "velactl: release 10: refused by the service: unknown handle (-2)"},
+            {kVelactl,
+             {"request", "0x01010010"},
+             65,
+             "velactl: '0x01010010' needs a value: 0x01010010=VALUE"},
+            {kVelactl,
+             {"request", "cpu.litle.freq_min=1"},
+             65,
+             "velactl: malformed opcode 'cpu.litle.freq_min': not a resource name, did you mean "
+             "cpu.little.freq_min, cpu.little.freq_max or cpu.big.freq_min? (or give an opcode "
+             "such as 0x010108a0, or a path starting with '/')"},
+            {kVelactl,
+             {"request", "/sys/../x=1"},
+             65,
+             "velactl: path '/sys/../x' is not acceptable (no \"..\" components, at most 512 "
+             "bytes)"},
+            {kVelactl,
+             {"run", "-"},
+             65,
+             "velactl: 257 resources in one request; the service takes at most 256"},
+            {kVelactl,
+             {"acquire", "ACTION_LANCH"},
+             65,
+             "velactl: unknown action 'ACTION_LANCH', did you mean ACTION_LAUNCH or ACTION_CAST? "
+             "(velactl actions lists them)"},
+            {kVelactl,
+             {"acquire", "9999"},
+             65,
+             "velactl: event id 9999 is not in the action table (0 to 198; velactl actions lists "
+             "them)"},
+            {kVelactl,
+             {"thermal", "1=hot"},
+             65,
+             "velactl: malformed thermal level 'hot': expected a whole number (decimal, or "
+             "hexadecimal after 0x)"},
+            {kVelactl,
+             {"prop", "set", "ro.vendor.x", "1"},
+             65,
+             "velactl: property ro.vendor.x cannot be set: keys are 1 to 128 bytes, and ro. ones "
+             "are read-only"},
+            {kVelactl,
+             {"state", "0x0101001"},
+             2,
+             "velactl: no value for 0x00101001 (not a resource velactl's configuration names, did "
+             "you mean 0x01010010, 0x01010020 or 0x01010030?)"},
+            {kVelactl,
+             {"prop", "get", "vendor.none"},
+             2,
+             "velactl: no property vendor.none (or it is set to an empty text)"},
+            {kVelactl,
+             {"run", "/nonexistent/script"},
+             66,
+             "velactl: cannot read /nonexistent/script: No such file or directory"},
+            {kService, {"--bogus"}, 64, "vela-service: unrecognized option '--bogus'"},
+            {kService, {"extra"}, 64, "vela-service: unexpected argument 'extra'"},
+            {kService,
+             {"--config", "/nonexistent.json"},
+             66,
+             "vela-service: cannot open /nonexistent.json: No such file or directory"},
+    };
+    for (const BadInput& bad : table) {
+        std::vector<std::string> args = bad.args;
+        if (bad.program == kVelactl) args.insert(args.begin(), "--embedded");
+        const bool scripted = args.back() == "-";
+        const std::unique_ptr<Launch> child = launch(bad.program, args, scripted ? many : "");
+        const Outcome run = finish(*child);
+        std::string first = run.err.substr(0, run.err.find('\n'));
+        // getopt names the program as it was started.
+        if (first.rfind(VELA_SERVICE_PATH, 0) == 0) {
+            first = "vela-service" + first.substr(strlen(VELA_SERVICE_PATH));
+        }
+        EXPECT_EQ(run.exitCode, bad.exitCode) << run;
+        EXPECT_EQ(first, bad.firstLine) << run;
     }
-    EXPECT_TRUE(endsWith(velactl({"--embedded", "request", "cpu.litle.freq_min=1"}), 3,
-                         {"did you mean cpu.little.freq_min"}));
-    EXPECT_TRUE(endsWith(velactl({"--embedded", "release", "three"}), 3));
-    // The service's own refusals come back with its reason.
-    EXPECT_TRUE(endsWith(
-            velactl({"--embedded", "release", "99"}), 1,
-            {"refused by the service: unknown handle (-2)", "no active request with handle 99"}));
 }
 
 TEST(VelactlTest, NoServiceIsReportedAtOnceWithWhereVelactlLooked) {
     // The test's socket directory holds no service, and nothing is declared yet.
     const auto started = std::chrono::steady_clock::now();
-    EXPECT_TRUE(endsWith(velactl({"state", "0x01010010"}), 4,
+    EXPECT_TRUE(endsWith(velactl({"state", "0x01010010"}), 69,
                          {std::string("in ") + getenv("HOSTBINDER_DIR") + " ($HOSTBINDER_DIR)",
                           "/declared does not exist"}));
 
     // Declared but not running: halclient would wait for it; velactl must not.
     paxtest::ServiceHarness declared;
     ASSERT_TRUE(declared.declareOnly());
-    EXPECT_TRUE(endsWith(velactl({"request", "0x01010010=1"}), 4, {"declared in"}));
+    EXPECT_TRUE(endsWith(velactl({"request", "0x01010010=1"}), 69, {"declared in"}));
 
     // A directory others may write to is not looked into, and both doors say why.
     const char* dir = getenv("HOSTBINDER_DIR");
     ASSERT_EQ(chmod(dir, 0777), 0);
-    EXPECT_TRUE(endsWith(velactl({"status"}), 4, {"(refused: ", "writable by group or others"}));
-    EXPECT_TRUE(endsWith(velactl({"state", "0x01010010"}), 4,
+    EXPECT_TRUE(endsWith(velactl({"status"}), 69, {"(refused: ", "writable by group or others"}));
+    EXPECT_TRUE(endsWith(velactl({"state", "0x01010010"}), 69,
                          {std::string("cannot use ") + dir + ": "}));
     ASSERT_EQ(chmod(dir, 0700), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
@@ -173,7 +377,11 @@ TEST(VelactlTest, RunStopsAtTheFirstFailingLineUnlessToldToGoOn) {
     EXPECT_FALSE(run.says("vendor.a = 1"));
     EXPECT_TRUE(endsWith(velactl({"--embedded", "run", "--keep-going", "-"}, script), 1,
                          {"vendor.a = 1"}));
-    EXPECT_TRUE(endsWith(velactl({"--embedded", "run", "-"}, "echo 'unterminated\n"), 3));
+    EXPECT_TRUE(endsWith(velactl({"--embedded", "run", "-"}, "echo 'unterminated\n"), 65));
+    // A failing line is quoted in part only: it may be megabytes long.
+    const Outcome huge = velactl({"--embedded", "run", "-"}, "state " + std::string(100000, 'x'));
+    EXPECT_EQ(huge.exitCode, 65) << huge;
+    EXPECT_LT(huge.err.size(), 2000u) << huge;
 }
 
 TEST(VelactlTest, StateOutlivesOneVelactlWhenTheServiceRunsApart) {
@@ -185,10 +393,49 @@ TEST(VelactlTest, StateOutlivesOneVelactlWhenTheServiceRunsApart) {
     EXPECT_EQ(run.out, "0x010100c0 cpu.prime.freq_max = 1958400\n") << run;
     EXPECT_TRUE(endsWith(velactl({"dump", "run-map"}), 0,
                          {"the service wrote its run map to its log"}));
+    // Not an empty table: the table is somewhere velactl cannot see.
+    EXPECT_TRUE(endsWith(velactl({"--json", "dump", "run-map"}), 0,
+                         {R"({"run-map":{"written_to":"service log"}})"}));
+}
+
+// listen against a service apart: its death ends listen with 69, Ctrl-C with 130 and without
+// waiting for a service that is gone.
+TEST(VelactlTest, ListenEndsOnTheServiceDeathAndOnCtrlC) {
+    paxtest::ChildService service;
+    ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"-q"}));
+    auto listening = [](const std::vector<std::string>& extra = {}) {
+        std::vector<std::string> args = {"listen", "cpu.little.freq_min"};
+        args.insert(args.end(), extra.begin(), extra.end());
+        auto child = launch(VELACTL_PATH, args);
+        EXPECT_TRUE(paxtest::waitUntil([&] { return child->read(1).find("listener") == 0; },
+                                       std::chrono::seconds(10)));
+        return child;
+    };
+
+    auto child = listening();
+    kill(child->pid, SIGINT);
+    EXPECT_TRUE(endsWith(finish(*child), 130));
+
+    child = listening();
+    service.kill();
+    EXPECT_TRUE(endsWith(finish(*child), 69, {"the service died; listener"}));
+
+    // With --follow it waits for the service; Ctrl-C while it is gone still ends it at once.
+    ASSERT_TRUE(service.restart());
+    child = listening({"--follow"});
+    service.kill();
+    EXPECT_TRUE(paxtest::waitUntil(
+            [&] { return child->read(2).find("waiting for it to return") != std::string::npos; },
+            std::chrono::seconds(10)));
+    kill(child->pid, SIGINT);
+    EXPECT_TRUE(endsWith(finish(*child), 130));
 }
 
 TEST(VelactlTest, DemoCompletesEveryStep) {
-    EXPECT_TRUE(endsWith(velactl({"--embedded", "demo"}), 0, {"every check passed"}));
+    const Outcome run = velactl({"--embedded", "-v", "demo"});
+    EXPECT_TRUE(endsWith(run, 0, {"every check passed"}));
+    // Leaving must not read to the library as the embedded service dying.
+    EXPECT_FALSE(run.says("died")) << run;
 }
 
 TEST(VelactlTest, ConfiguredScenariosNameTheirEventsAsTheActionTableDoes) {

@@ -1,9 +1,11 @@
 #include "Commands.h"
 
 #include <iostream>
+#include <optional>
 
 #include "Embedded.h"
 #include "ResourceArgs.h"
+#include "ServiceWatch.h"
 #include "ToolCommands.h"
 
 namespace velactl {
@@ -20,6 +22,33 @@ Commands::Commands(Context& ctx, Mode mode)
     }
 }
 
+std::string Commands::overview(size_t width) const {
+    std::string text;
+    for (const auto* sub : mApp.get_subcommands({})) {
+        std::string line = "  " + sub->get_name();
+        line.resize(22, ' ');
+        // Wrapped at word boundaries under the description column.
+        std::string word, words = sub->get_description() + " ";
+        size_t column = line.size();
+        for (char c : words) {
+            if (c != ' ') {
+                word += c;
+                continue;
+            }
+            if (column + word.size() > width && column > 22) {
+                line += "\n" + std::string(22, ' ');
+                column = 22;
+            }
+            line += word + " ";
+            column += word.size() + 1;
+            word.clear();
+        }
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        text += line + "\n";
+    }
+    return text;
+}
+
 std::vector<std::string> Commands::names() const {
     std::vector<std::string> out;
     for (const auto* sub : mApp.get_subcommands({})) out.push_back(sub->get_name());
@@ -27,15 +56,21 @@ std::vector<std::string> Commands::names() const {
 }
 
 int Commands::execute(std::vector<std::string> args) {
+    if (!args.empty() && args[0].size() > 1 && args[0][0] == '-') {
+        mCtx.out.error("unknown option '" + clip(args[0], kEchoLimit) +
+                       "' before the command (velactl --help lists the options)");
+        return kExitUsage;
+    }
     // An unknown first word gets the nearest command names, not a generic parse error.
     if (!args.empty() && !args[0].empty() && args[0][0] != '-') {
         const auto known = names();
         if (std::find(known.begin(), known.end(), args[0]) == known.end()) {
-            mCtx.out.error("unknown command '" + args[0] + "'" + suggestion(args[0], known) +
-                           " (velactl --help lists them)");
-            return kExitUnknownName;
+            mCtx.out.error("unknown command '" + clip(args[0], kEchoLimit) + "'" +
+                           suggestion(args[0], known) + " (velactl --help lists them)");
+            return kExitUsage;
         }
     }
+    const std::string name = args.empty() ? "" : args[0];
     std::reverse(args.begin(), args.end());
     try {
         mApp.parse(args);
@@ -45,16 +80,24 @@ int Commands::execute(std::vector<std::string> args) {
     } catch (const CLI::CallForAllHelp&) {
         std::cout << mApp.help("", CLI::AppFormatMode::All);
         return kExitOk;
+    } catch (const CLI::ValidationError& e) {
+        mCtx.out.error(name + ": " + e.what());
+        return kExitData;
+    } catch (const CLI::ConversionError& e) {
+        mCtx.out.error(name + ": " + e.what());
+        return kExitData;
     } catch (const CLI::ParseError& e) {
-        mCtx.out.error(e.what());
-        return kExitUnknownName;
+        mCtx.out.error(name + ": " + e.what() + " (velactl " + name + " --help)");
+        return kExitUsage;
     }
     for (const CLI::App* sub : mApp.get_subcommands()) {
         auto it = mBound.find(sub);
         if (it == mBound.end()) continue;
         try {
+            std::optional<WaitNotice> notice;
             if (it->second.needs == Needs::kService && !mCtx.embedded) {
                 if (int rc = requireService(mCtx); rc != kExitOk) return rc;
+                notice.emplace(mCtx);
             }
             clearServiceLines();
             return it->second.run();
@@ -64,10 +107,10 @@ int Commands::execute(std::vector<std::string> args) {
         } catch (const std::exception& e) {
             // The library lets a few standard errors through (a non-numeric answer, say).
             mCtx.out.error(sub->get_name() + ": the library raised " + e.what());
-            return kExitFailed;
+            return kExitSoftware;
         }
     }
-    return kExitUnknownName;
+    return kExitUsage;
 }
 
 }  // namespace velactl

@@ -26,6 +26,8 @@ public:
 
     CLI::App& app() { return mApp; }
     std::vector<std::string> names() const;
+    // The commands and what each does, one (wrapped) entry each, for --help.
+    std::string overview(size_t width = 100) const;
 
     // Parses `args` (without the program name) and runs the chosen command; the exit code.
     int execute(std::vector<std::string> args);

@@ -11,17 +11,22 @@
 #include <string>
 #include <vector>
 
+#include "ExitCodes.h"
 #include "Output.h"
 #include "ScenarioConfig.h"
 
 namespace velactl {
 
-// Exit codes, distinct per kind of trouble so that scripts can tell them apart.
-constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;       // the library or the service said no
-constexpr int kExitUnknownName = 2;  // unknown subcommand, action, dump, or another usage mistake
-constexpr int kExitMalformed = 3;    // malformed opcode, path, number or value
-constexpr int kExitNoService = 4;    // the service is not running where we looked
+// Exit codes: the table velactl shares with vela-service.
+constexpr int kExitOk = vela_exit::kOk;
+constexpr int kExitRefused = vela_exit::kRefused;
+constexpr int kExitNoValue = vela_exit::kNoValue;
+constexpr int kExitUsage = vela_exit::kUsage;
+constexpr int kExitData = vela_exit::kDataError;
+constexpr int kExitNoInput = vela_exit::kNoInput;
+constexpr int kExitUnavailable = vela_exit::kUnavailable;
+constexpr int kExitSoftware = vela_exit::kSoftware;
+constexpr int kExitInterrupted = vela_exit::kInterrupted;
 
 class EmbeddedService;
 
@@ -31,7 +36,10 @@ struct Context {
 
     Output out;
     bool verbose = false;
-    bool scriptMode = false;  // inside `run` or `demo`: listeners stay in the background
+    bool scriptMode = false;
+    // velactl's own command line, program name first (listen --follow starts it again).
+    std::vector<std::string>
+            commandLine;  // inside `run` or `demo`: listeners stay in the background
     aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig config;
     std::unique_ptr<EmbeddedService> embedded;
     // The last request handle and listener handle a command printed; scripts refer to them

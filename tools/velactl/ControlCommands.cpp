@@ -3,21 +3,47 @@
 #include <PaxEvent.h>
 #include <velaHalclient.h>
 
+#include "Limits.h"
+#include "NumberOptions.h"
 #include "Reporting.h"
 
 namespace velactl {
 
+void addDuration(CLI::App& app, int32_t& durationMs) {
+    addNumber(app, "-d,--duration", durationMs, "how long it holds, in ms (0: until released)",
+              kDurationMs, "MS");
+}
+
+void addCallback(CLI::App& app, bool& callback, int32_t& timeoutMs) {
+    app.add_flag("--callback", callback, "ask for the answer through a callback");
+    addNumber(app, "--timeout", timeoutMs, "how long to wait for the answer, in ms", kTimeoutMs,
+              "MS");
+}
+
+void addText(CLI::App& app, const std::string& name, std::string& target, const std::string& help) {
+    app.add_option(name, target, help)
+            ->check(CLI::Validator(
+                    [](std::string& text) {
+                        if (text.size() <= VelaService::kMaxText) return std::string();
+                        return std::to_string(text.size()) + " bytes; the service takes at most " +
+                               std::to_string(VelaService::kMaxText);
+                    },
+                    "", ""))
+            ->type_name("TEXT");
+}
+
 void bindRequest(CLI::App& app, RequestOptions& o) {
-    app.add_option("resources", o.resources, "OPCODE=VALUE or /PATH=VALUE ...")->required();
-    app.add_option("-d,--duration", o.duration, "duration in ms (0: until released)");
-    app.add_flag("--callback", o.callback, "ask for the answer through a callback");
-    app.add_option("--timeout", o.timeout, "how long to wait for the answer, in ms");
+    app.add_option("RESOURCE", o.resources, "OPCODE=VALUE, NAME=VALUE or /PATH=VALUE")
+            ->required()
+            ->type_name("");
+    addDuration(app, o.durationMs);
+    addCallback(app, o.callback, o.timeoutMs);
 }
 
 int runRequest(Context& ctx, RequestOptions& o) {
     const auto args = parseResources(o.resources, ctx.config, ValueRule::kRequired);
     const bool paths = allPaths(args);
-    const int32_t duration = parseInt(o.duration, "duration");
+    const int32_t duration = o.durationMs;
     auto printer = std::make_shared<Printer>(ctx, "request");
     int32_t handle;
     if (!paths) {
@@ -36,50 +62,50 @@ int runRequest(Context& ctx, RequestOptions& o) {
                             : velaHalclient::vela_resctl_request_by_path(-1, duration, pathList,
                                                                          valueList, -1, 0, 0);
     }
-    return finishRequest(ctx, "request", handle, *printer, o.callback, o.timeout);
+    return finishRequest(ctx, "request", handle, *printer, o.callback, o.timeoutMs);
 }
 
 void bindSaRequest(CLI::App& app, SaRequestOptions& o) {
-    app.add_option("id", o.id, "SA id (an event id)")->required();
-    app.add_option("-d,--duration", o.duration, "duration in ms (0: until released)");
-    app.add_flag("--callback", o.callback, "ask for the answer through a callback");
-    app.add_option("--timeout", o.timeout, "how long to wait for the answer, in ms");
+    addNumber(app, "ID", o.id, "SA id (an event id)", kNonNegative, "INT")->required();
+    addDuration(app, o.durationMs);
+    addCallback(app, o.callback, o.timeoutMs);
 }
 
 int runSaRequest(Context& ctx, SaRequestOptions& o) {
-    const int32_t id = parseInt(o.id, "SA id");
-    const int32_t duration = parseInt(o.duration, "duration");
+    const int32_t id = o.id;
+    const int32_t duration = o.durationMs;
     auto printer = std::make_shared<Printer>(ctx, "request");
     const int32_t handle =
             o.callback ? velaHalclient::velaSACtlRequest(-1, duration, id, -1, 0, 0, printer)
                        : velaHalclient::velaSACtlRequest(-1, duration, id, -1, 0, 0);
-    return finishRequest(ctx, "sa-request", handle, *printer, o.callback, o.timeout);
+    return finishRequest(ctx, "sa-request", handle, *printer, o.callback, o.timeoutMs);
 }
 
 void bindResAcquire(CLI::App& app, ResAcquireOptions& o) {
-    app.add_option("resources", o.resources, "OPCODE=VALUE ...")->required();
-    app.add_option("--identity", o.identity, "identity text");
-    app.add_option("-d,--duration", o.duration, "duration in ms (0: until released)");
+    app.add_option("RESOURCE", o.resources, "OPCODE=VALUE or NAME=VALUE")
+            ->required()
+            ->type_name("");
+    addText(app, "--identity", o.identity, "identity text");
+    addDuration(app, o.durationMs);
 }
 
 int runResAcquire(Context& ctx, ResAcquireOptions& o) {
     auto resources =
             toVector(parseResources(o.resources, ctx.config, ValueRule::kRequired), "res-acquire");
-    const int32_t handle =
-            PaxResAcquire(resources, nullptr, o.identity, parseInt(o.duration, "duration"));
+    const int32_t handle = PaxResAcquire(resources, nullptr, o.identity, o.durationMs);
     return reportHandle(ctx, "res-acquire", handle);
 }
 
 void bindPlatformAcquire(CLI::App& app, ResAcquireOptions& o) {
     bindResAcquire(app, o);
-    app.add_option("--pkg", o.pkg, "package name");
+    addText(app, "--pkg", o.pkg, "package name");
 }
 
 int runPlatformAcquire(Context& ctx, ResAcquireOptions& o) {
     auto resources = toVector(parseResources(o.resources, ctx.config, ValueRule::kRequired),
                               "platform-acquire");
-    const int32_t handle = PaxPlatformResAcquire(resources, nullptr, o.identity, o.pkg,
-                                                 parseInt(o.duration, "duration"));
+    const int32_t handle =
+            PaxPlatformResAcquire(resources, nullptr, o.identity, o.pkg, o.durationMs);
     return reportHandle(ctx, "platform-acquire", handle);
 }
 

@@ -119,7 +119,7 @@ int runDemo(Context& ctx) {
 
     if (failures != 0) {
         ctx.out.error("demo: " + std::to_string(failures) + " problem(s)");
-        return kExitFailed;
+        return kExitSoftware;
     }
     ctx.out.note("\ndemo finished: " + std::to_string(steps) + " steps, every check passed");
     return kExitOk;

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "Embedded.h"
+#include "Limits.h"
 #include "Reporting.h"
 
 namespace velactl {
@@ -41,32 +42,52 @@ std::vector<std::string> dumpNames() {
 }  // namespace
 
 void bindProp(CLI::App& app, PropOptions& o) {
-    app.add_option("action", o.action, "get or set")->required();
-    app.add_option("args", o.args, "KEY [VALUE]")->required();
+    app.add_option("ACTION", o.action, "get or set")->required()->type_name("");
+    app.add_option("KEY", o.args, "KEY, and for set its VALUE")->required()->type_name("");
 }
 
 int runProp(Context& ctx, PropOptions& o) {
     if (o.action == "get") {
-        if (o.args.size() != 1) throw UsageError{"prop get KEY", kExitUnknownName};
-        std::unique_ptr<char[]> value(velaHalclient::velaPropertyGet(o.args[0]));
+        if (o.args.size() != 1) throw UsageError{"write: prop get KEY", kExitUsage};
+        const std::string& key = o.args[0];
+        std::unique_ptr<char[]> value(velaHalclient::velaPropertyGet(key));
+        // The service answers an empty text for a property it does not hold.
+        const bool absent = value == nullptr || value[0] == '\0';
         Json::Value json;
-        json[o.args[0]] = value.get();
-        ctx.out.result(o.args[0] + " = " + value.get(), json);
-        return kExitOk;
+        json["key"] = key;
+        json["value"] = absent ? Json::Value() : Json::Value(value.get());
+        ctx.out.result(key + " = " + (absent ? "(not set)" : value.get()), json);
+        if (!absent) return kExitOk;
+        ctx.out.error("no property " + key + " (or it is set to an empty text)");
+        return kExitNoValue;
     }
     if (o.action == "set") {
-        if (o.args.size() != 2) throw UsageError{"prop set KEY VALUE", kExitUnknownName};
-        const int rc = velaHalclient::velaPropertySet(o.args[0], o.args[1]);
-        if (rc != 0) return failed(ctx, "prop set " + o.args[0], rc);
-        ctx.out.result(o.args[0] + " set", Json::Value(rc));
+        if (o.args.size() != 2) throw UsageError{"write: prop set KEY VALUE", kExitUsage};
+        const std::string& key = o.args[0];
+        const std::string& value = o.args[1];
+        if (key.empty() || key.size() > kMaxPropertyKey || key.rfind("ro.", 0) == 0) {
+            throw UsageError{"property " + key.substr(0, kMaxPropertyKey) +
+                             " cannot be set: keys are 1 to " + std::to_string(kMaxPropertyKey) +
+                             " bytes, and ro. ones are read-only"};
+        }
+        if (value.size() > VelaService::kMaxPropertyValue) {
+            throw UsageError{"the value for " + key + " is " + std::to_string(value.size()) +
+                             " bytes; the service keeps at most " +
+                             std::to_string(VelaService::kMaxPropertyValue)};
+        }
+        const int rc = velaHalclient::velaPropertySet(key, value);
+        if (rc != 0) return failed(ctx, "prop set " + key, rc);
+        Json::Value json;
+        json["key"] = key;
+        json["value"] = value;
+        ctx.out.result(key + " set", json);
         return kExitOk;
     }
-    throw UsageError{"prop takes get or set" + suggestion(o.action, {"get", "set"}),
-                     kExitUnknownName};
+    throw UsageError{"prop takes get or set" + suggestion(o.action, {"get", "set"}), kExitUsage};
 }
 
 void bindHistory(CLI::App& app, HistoryOptions& o) {
-    app.add_option("action", o.action, "on, off or get")->required();
+    app.add_option("ACTION", o.action, "on, off or get")->required()->type_name("");
 }
 
 int runHistory(Context& ctx, HistoryOptions& o) {
@@ -74,23 +95,27 @@ int runHistory(Context& ctx, HistoryOptions& o) {
         const int rc = o.action == "on" ? velaHalclient::velaHistoryRequestRecordOn()
                                         : velaHalclient::velaHistoryRequestRecordOff();
         if (rc != 0) return failed(ctx, "history " + o.action, rc);
-        ctx.out.result("history recording " + o.action, Json::Value(o.action));
+        Json::Value json;
+        json["recording"] = o.action == "on";
+        ctx.out.result("history recording " + o.action, json);
         return kExitOk;
     }
     if (o.action != "get") {
         throw UsageError{
                 "history takes on, off or get" + suggestion(o.action, {"on", "off", "get"}),
-                kExitUnknownName};
+                kExitUsage};
     }
     std::string out;
     Json::Value records(Json::arrayValue);
+    Json::Value json;
     if (PaxGetHistory(out) != 0) {
+        json["records"] = records;
         // The library answers the same for "nothing recorded" and for a failure; the service
         // was reachable a moment ago, so it is most likely the former.
         ctx.out.result(
                 "no history records (recording is off, or nothing happened since it was "
                 "switched on)",
-                records);
+                json);
         return kExitOk;
     }
     // "start:<record>;<record>;end"
@@ -105,15 +130,17 @@ int runHistory(Context& ctx, HistoryOptions& o) {
         text += (text.empty() ? "" : "\n") + record;
         records.append(record);
     }
-    ctx.out.result(text, records);
+    json["records"] = records;
+    ctx.out.result(text, json);
     return kExitOk;
 }
 
 void bindDump(CLI::App& app, DumpOptions& o) {
-    app.add_option("tables", o.tables,
+    app.add_option("TABLE", o.tables,
                    "all, todo, run-map, active, requests, res-info, sa-info, pid-fd, "
                    "pidfd-monitor, records")
-            ->required();
+            ->required()
+            ->type_name("");
 }
 
 int runDump(Context& ctx, DumpOptions& o) {
@@ -128,25 +155,31 @@ int runDump(Context& ctx, DumpOptions& o) {
         }
         if (!found) {
             throw UsageError{"unknown dump '" + name + "'" + suggestion(name, dumpNames()),
-                             kExitUnknownName};
+                             kExitUsage};
         }
     }
     Json::Value json(Json::objectValue);
     for (const DumpTable* d : chosen) {
         clearServiceLines();
         if (d->call() != 0) return failed(ctx, std::string("dump ") + d->name, -1);
-        Json::Value lines(Json::arrayValue);
+        // A service apart writes the table to its own log, out of velactl's reach: say so
+        // rather than show an empty table.
+        Json::Value table;
         std::string text;
         if (ctx.embedded) {
+            Json::Value lines(Json::arrayValue);
             for (const auto& line : serviceLines(ANDROID_LOG_INFO)) {
                 text += "\n" + line;
                 lines.append(line);
             }
+            table["written_to"] = "velactl";
+            table["lines"] = lines;
         } else {
             text = std::string("\nthe service wrote its ") + d->title +
                    " to its log (vela-service logs to its standard error)";
+            table["written_to"] = "service log";
         }
-        json[d->name] = lines;
+        json[d->name] = table;
         ctx.out.note(std::string("== ") + d->title + text);
     }
     if (ctx.out.json()) ctx.out.result("", json);

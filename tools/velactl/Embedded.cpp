@@ -5,6 +5,7 @@
 #include <android/log.h>
 #include <hostbinder/hostbinder.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -25,24 +26,31 @@ struct ServiceLine {
 
 std::mutex gLogLock;
 std::vector<ServiceLine> gServiceLines;
-bool gVerbose = false;
+int gDisplay = ANDROID_LOG_WARN;
 constexpr size_t kMaxServiceLines = 4096;
 
 void logger(const struct __android_logger_data* data, const char* message) {
-    if (data->tag != nullptr && strcmp(data->tag, kVelaLogTag) == 0) {
+    const bool fromService = data->tag != nullptr && strcmp(data->tag, kVelaLogTag) == 0;
+    if (fromService) {
         std::lock_guard<std::mutex> lock(gLogLock);
         if (gServiceLines.size() < kMaxServiceLines) {
             gServiceLines.push_back({data->priority, message});
         }
     }
-    if (gVerbose) __android_log_stderr_logger(data, message);
+    // The service's refusals come with the failure they explain (see failed()); its lines of
+    // their own are for -v.
+    const bool shown = fromService ? gDisplay <= ANDROID_LOG_INFO : true;
+    if (shown && data->priority >= gDisplay) __android_log_stderr_logger(data, message);
 }
 
 }  // namespace
 
-void installLogger(bool verbose) {
-    gVerbose = verbose;
-    if (verbose) __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+void installLogger(int displayPriority, bool embedded) {
+    gDisplay = displayPriority;
+    // An embedded service's info lines are kept (dumps print from them) even when not shown.
+    __android_log_set_minimum_priority(
+            embedded ? std::min(displayPriority, static_cast<int>(ANDROID_LOG_INFO))
+                     : displayPriority);
     __android_log_set_logger(logger);
 }
 
@@ -92,10 +100,14 @@ std::unique_ptr<EmbeddedService> EmbeddedService::start(VelaService::Options opt
 EmbeddedService::~EmbeddedService() {
     if (mService) HostBinder_stopService(protocol::instanceName().c_str());
     mService.reset();
-    if (!mDirectory.empty()) {
-        std::error_code ignored;
-        std::filesystem::remove_all(mDirectory, ignored);
-    }
+    removeDirectory();
+}
+
+void EmbeddedService::removeDirectory() {
+    if (mDirectory.empty()) return;
+    std::error_code ignored;
+    std::filesystem::remove_all(mDirectory, ignored);
+    mDirectory.clear();
 }
 
 }  // namespace velactl

@@ -19,6 +19,10 @@ public:
             std::string* error);
     ~EmbeddedService();
 
+    // For a process about to _exit: the socket directory goes, the service stays up until
+    // the process ends, so that no client in it sees the service die.
+    void removeDirectory();
+
 private:
     EmbeddedService() = default;
 
@@ -28,8 +32,8 @@ private:
 
 // The service's own log lines (tag "vela-service"), kept while velactl runs a command: an
 // embedded service's dumps are printed from here, and its reasons for refusing a request are
-// shown with the failure.
-void installLogger(bool verbose);
+// shown with the failure. Lines at `displayPriority` or above also go to stderr.
+void installLogger(int displayPriority, bool embedded);
 void clearServiceLines();
 std::vector<std::string> serviceLines(int minimumPriority);
 

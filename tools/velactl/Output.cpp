@@ -5,6 +5,11 @@
 
 namespace velactl {
 
+std::string clip(const std::string& text, size_t limit) {
+    if (text.size() <= limit) return text;
+    return text.substr(0, limit) + "... (" + std::to_string(text.size()) + " bytes)";
+}
+
 void Output::write(FILE* stream, const std::string& text) {
     std::lock_guard<std::mutex> lock(mLock);
     fputs(text.c_str(), stream);
@@ -27,7 +32,7 @@ void Output::note(const std::string& text) {
 }
 
 void Output::error(const std::string& text) {
-    write(stderr, "velactl: " + text);
+    write(stderr, "velactl: " + clip(text, 16 * kEchoLimit));
 }
 
 Json::Value Output::resourceJson(uint32_t opcode, const std::string& path,

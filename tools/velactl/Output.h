@@ -11,6 +11,11 @@
 
 namespace velactl {
 
+// How much of a line the user typed velactl repeats back in a message.
+constexpr size_t kEchoLimit = 80;
+// `text` cut to `limit` bytes, saying how long it was when cut.
+std::string clip(const std::string& text, size_t limit);
+
 class Output {
 public:
     void setJson(bool json) { mJson = json; }
@@ -20,7 +25,7 @@ public:
     void result(const std::string& text, const Json::Value& value);
     // Readable mode only: progress and headings that mean nothing to a script.
     void note(const std::string& text);
-    // To stderr, in both modes.
+    // To stderr, in both modes; a message past a few lines is cut (it may quote input).
     void error(const std::string& text);
 
     // One resource as JSON: {"id": "0x...", "name": ..., "path": ..., "value": ... or null}.

@@ -5,6 +5,9 @@
 
 #include <cctype>
 
+#include "ControlCommands.h"
+#include "Limits.h"
+#include "NumberOptions.h"
 #include "Reporting.h"
 
 namespace velactl {
@@ -18,45 +21,56 @@ void bindInit(CLI::App& app, InitOptions& o) {
 int runInit(Context& ctx, InitOptions& o) {
     if (!o.pax) {
         velaHalclient::vela_init();
-        ctx.out.result("init sent", Json::Value("sent"));
+        Json::Value json;
+        json["init"] = "sent";
+        ctx.out.result("init sent", json);
         return kExitOk;
     }
     const int32_t rc = paxInit();
     if (rc != 0) return failed(ctx, "paxInit", rc);
-    ctx.out.result("paxInit: ok", Json::Value(0));
+    Json::Value json;
+    json["init"] = "ok";
+    ctx.out.result("paxInit: ok", json);
     return kExitOk;
 }
 
 void bindAcquire(CLI::App& app, AcquireOptions& o) {
-    app.add_option("action", o.action, "action name (ACTION_LAUNCH, launch) or event id")
-            ->required();
-    app.add_option("resources", o.resources, "extra resources OPCODE=VALUE");
-    app.add_option("--pkg", o.pkg, "package name");
-    app.add_option("--identity", o.identity, "identity text");
-    app.add_option("-d,--duration", o.duration, "duration in ms (0: until released)");
-    app.add_option("--via", o.via, "force 'pax' (PaxEventAcquire) for a name");
+    app.add_option("ACTION", o.action, "action name (ACTION_LAUNCH, launch) or event id")
+            ->required()
+            ->type_name("");
+    app.add_option("RESOURCE", o.resources, "extra resources OPCODE=VALUE")->type_name("");
+    addText(app, "--pkg", o.pkg, "package name");
+    addText(app, "--identity", o.identity, "identity text");
+    addDuration(app, o.durationMs);
+    app.add_option("--via", o.via, "pax: send a name through PaxEventAcquire too")
+            ->check(CLI::IsMember({"pax"}))
+            ->type_name("pax");
 }
 
 int runAcquire(Context& ctx, AcquireOptions& o) {
     const auto args = parseResources(o.resources, ctx.config, ValueRule::kRequired);
     auto resources = toVector(args, "acquire");
-    const int32_t duration = parseInt(o.duration, "duration");
+    const int32_t duration = o.durationMs;
     int32_t event;
     std::string action;
     const bool numeric = !o.action.empty() &&
                          (isdigit(static_cast<unsigned char>(o.action[0])) || o.action[0] == '-');
     if (numeric) {
         event = parseInt(o.action, "event id");
-        if (event >= 0 && static_cast<size_t>(event) < gActionList.size()) {
-            action = gActionList[event];
+        // The service reads event N as the N-th action: any other number names nothing.
+        if (event < 0 || static_cast<size_t>(event) >= gActionList.size()) {
+            throw UsageError{"event id " + o.action + " is not in the action table (0 to " +
+                             std::to_string(gActionList.size() - 1) +
+                             "; velactl actions lists them)"};
         }
+        action = gActionList[event];
     } else {
         auto found = findAction(o.action);
         if (!found) {
             throw UsageError{"unknown action '" + o.action + "'" +
                                      suggestion(o.action, gActionList) +
                                      " (velactl actions lists them)",
-                             kExitUnknownName};
+                             kExitData};
         }
         event = *found;
         action = gActionList[event];
@@ -65,8 +79,7 @@ int runAcquire(Context& ctx, AcquireOptions& o) {
     const int32_t handle =
             viaWrapper ? PaxEventAcquireWrapper("MIRDAL_" + action, o.pkg, o.identity, duration)
                        : PaxEventAcquire(event, o.pkg, o.identity, duration, resources);
-    const std::string what = (action.empty() ? "event " + std::to_string(event)
-                                             : action + " (event " + std::to_string(event) + ")");
+    const std::string what = action + " (event " + std::to_string(event) + ")";
     if (handle < 1) return failed(ctx, "acquire " + what, handle);
     ctx.lastHandle = handle;
     Json::Value json;
@@ -82,24 +95,25 @@ int runAcquire(Context& ctx, AcquireOptions& o) {
 }
 
 void bindNotify(CLI::App& app, NotifyOptions& o) {
-    app.add_option("cmd", o.cmd, "command id")->required();
-    app.add_option("values", o.values, "values");
-    app.add_option("--param", o.param, "second integer of the items");
+    addNumber(app, "CMD", o.cmd, "command id", kAnyInt32, "INT")->required();
+    addNumber(app, "VALUE", o.values, "values", kAnyInt32, "INT");
+    addNumber(app, "--param", o.param, "second integer of the items", kAnyInt32, "INT");
 }
 
 int runNotify(Context& ctx, NotifyOptions& o) {
-    std::vector<int32_t> values;
-    for (const auto& text : o.values) values.push_back(parseInt(text, "value"));
-    const int32_t rc = PaxNotify(parseInt(o.cmd, "command id"), parseInt(o.param, "param"), values);
+    checkItemCount(o.values.size() + 2, "notification items");
+    const int32_t rc = PaxNotify(o.cmd, o.param, o.values);
     if (rc < 0) return failed(ctx, "notify", rc);
-    ctx.out.result("notification sent: " + std::to_string(rc), Json::Value(rc));
+    Json::Value json;
+    json["result"] = rc;
+    ctx.out.result("notification sent: " + std::to_string(rc), json);
     return kExitOk;
 }
 
 void bindRule(CLI::App& app, RuleOptions& o) {
-    app.add_option("id", o.id, "rule id")->required();
-    app.add_option("status", o.status, "on, off or a status number")->required();
-    app.add_option("resources", o.resources, "OPCODE[=VALUE] ...");
+    addNumber(app, "RULE", o.id, "rule id", kAnyInt32, "INT")->required();
+    app.add_option("STATUS", o.status, "on, off or a status number")->required()->type_name("");
+    app.add_option("RESOURCE", o.resources, "OPCODE[=VALUE] ...")->type_name("");
 }
 
 int runRule(Context& ctx, RuleOptions& o) {
@@ -113,32 +127,43 @@ int runRule(Context& ctx, RuleOptions& o) {
     }
     auto resources =
             toVector(parseResources(o.resources, ctx.config, ValueRule::kOptional), "rule");
-    const int32_t rc = paxRuleCtl(parseInt(o.id, "rule id"), status, resources);
-    if (rc != 0) return failed(ctx, "rule " + o.id, rc);
-    ctx.out.result("rule " + o.id + (status != 0 ? " on" : " off"), Json::Value(rc));
+    const int32_t rc = paxRuleCtl(o.id, status, resources);
+    const std::string rule = "rule " + std::to_string(o.id);
+    if (rc != 0) return failed(ctx, rule, rc);
+    Json::Value json;
+    json["rule"] = o.id;
+    json["status"] = status;
+    ctx.out.result(rule + (status != 0 ? " on" : " off"), json);
     return kExitOk;
 }
 
 void bindSysinfo(CLI::App& app, SysinfoOptions& o) {
-    app.add_option("info", o.info, "info id")->required();
-    app.add_option("value", o.value, "64-bit value")->required();
+    addNumber(app, "INFO", o.info, "info id", kAnyInt32, "INT")->required();
+    addNumber(app, "VALUE", o.value, "64-bit value", kAnyInt64, "INT")->required();
 }
 
 int runSysinfo(Context& ctx, SysinfoOptions& o) {
-    const int32_t rc = setRelatedSysInfo(parseInt(o.info, "info"), parseLong(o.value, "value"));
+    const int32_t rc = setRelatedSysInfo(o.info, o.value);
     if (rc != 0) return failed(ctx, "sysinfo", rc);
-    ctx.out.result("system info sent", Json::Value(rc));
+    Json::Value json;
+    json["info"] = o.info;
+    json["value"] = static_cast<Json::Int64>(o.value);
+    ctx.out.result("system info sent", json);
     return kExitOk;
 }
 
 void bindPm(CLI::App& app, PmOptions& o) {
-    app.add_option("mode", o.mode, "power mode")->required();
+    addNumber(app, "MODE", o.mode, "power mode", kAnyInt32, "INT")->required();
 }
 
 int runPm(Context& ctx, PmOptions& o) {
-    const int32_t status = PaxGetPMStatus(parseInt(o.mode, "power mode"));
-    if (status < 0) return failed(ctx, "pm " + o.mode, status);
-    ctx.out.result("power mode " + o.mode + ": " + std::to_string(status), Json::Value(status));
+    const int32_t status = PaxGetPMStatus(o.mode);
+    const std::string mode = std::to_string(o.mode);
+    if (status < 0) return failed(ctx, "pm " + mode, status);
+    Json::Value json;
+    json["mode"] = o.mode;
+    json["status"] = status;
+    ctx.out.result("power mode " + mode + ": " + std::to_string(status), json);
     return kExitOk;
 }
 
@@ -148,13 +173,17 @@ int runDataset(Context& ctx) {
     if (rc < 0) return failed(ctx, "dataset", rc);
     ResourceListing listing(ctx);
     for (const auto& r : out) listing.add(r.id, "", r.value);
-    ctx.out.result(listing.text, listing.items);
+    Json::Value json;
+    json["resources"] = listing.items;
+    ctx.out.result(listing.text, json);
     return kExitOk;
 }
 
 int runPower(Context& ctx) {
     const int32_t mw = PaxGetPowerConsis();
-    ctx.out.result("power consumption: " + std::to_string(mw), Json::Value(mw));
+    Json::Value json;
+    json["power"] = mw;
+    ctx.out.result("power consumption: " + std::to_string(mw), json);
     return kExitOk;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -20,22 +21,22 @@ struct AcquireOptions {
     std::vector<std::string> resources;
     std::string pkg;
     std::string identity;
-    std::string duration = "0";
+    int32_t durationMs = 0;
     std::string via;
 };
 void bindAcquire(CLI::App& app, AcquireOptions& o);
 int runAcquire(Context& ctx, AcquireOptions& o);
 
 struct NotifyOptions {
-    std::string cmd;
-    std::vector<std::string> values;
-    std::string param = "0";
+    int32_t cmd = 0;
+    std::vector<int32_t> values;
+    int32_t param = 0;
 };
 void bindNotify(CLI::App& app, NotifyOptions& o);
 int runNotify(Context& ctx, NotifyOptions& o);
 
 struct RuleOptions {
-    std::string id;
+    int32_t id = 0;
     std::string status;
     std::vector<std::string> resources;
 };
@@ -43,14 +44,14 @@ void bindRule(CLI::App& app, RuleOptions& o);
 int runRule(Context& ctx, RuleOptions& o);
 
 struct SysinfoOptions {
-    std::string info;
-    std::string value;
+    int32_t info = 0;
+    int64_t value = 0;
 };
 void bindSysinfo(CLI::App& app, SysinfoOptions& o);
 int runSysinfo(Context& ctx, SysinfoOptions& o);
 
 struct PmOptions {
-    std::string mode;
+    int32_t mode = 0;
 };
 void bindPm(CLI::App& app, PmOptions& o);
 int runPm(Context& ctx, PmOptions& o);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
 
 #include "Context.h"
@@ -9,14 +10,14 @@
 namespace velactl {
 
 struct ReleaseOptions {
-    std::string handle;
-    std::string via;
+    int32_t handle = 0;
+    std::string via = "hal";
 };
 void bindRelease(CLI::App& app, ReleaseOptions& o);
 int runRelease(Context& ctx, ReleaseOptions& o);
 
 struct UnlistenOptions {
-    std::string handle;
+    int32_t handle = 0;
     bool thermal = false;
 };
 void bindUnlisten(CLI::App& app, UnlistenOptions& o);

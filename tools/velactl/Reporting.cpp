@@ -2,7 +2,6 @@
 
 #include <android/log.h>
 
-#include <csignal>
 #include <thread>
 
 #include "Embedded.h"
@@ -15,12 +14,6 @@ namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
 using PaxClient::Resource;
 
 namespace {
-
-std::atomic<bool> gInterrupted{false};
-
-void onInterrupt(int) {
-    gInterrupted = true;
-}
 
 std::string nameOf(const Context& ctx, uint32_t opcode) {
     using aidl::vendor::norvo::hardware::vela::impl::ResourceKey;
@@ -61,7 +54,7 @@ int failed(Context& ctx, const std::string& what, int32_t result) {
             ctx.out.error("  service: " + line);
         }
     }
-    return kExitFailed;
+    return kExitRefused;
 }
 
 velaHalclient::ResourceList toList(const std::vector<ResourceArg>& args) {
@@ -144,23 +137,10 @@ void Printer::print(const std::string& text, const Json::Value& items) {
     mCtx.callbackHeard();
 }
 
-InterruptScope::InterruptScope() {
-    gInterrupted = false;
-    mPrevious = signal(SIGINT, onInterrupt);
-}
-
-InterruptScope::~InterruptScope() {
-    signal(SIGINT, mPrevious);
-}
-
-bool interrupted() {
-    return gInterrupted;
-}
-
 bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!done()) {
-        if (gInterrupted || std::chrono::steady_clock::now() >= deadline) return done();
+        if (interrupted() || std::chrono::steady_clock::now() >= deadline) return done();
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
@@ -176,14 +156,16 @@ int reportHandle(Context& ctx, const std::string& what, int32_t handle) {
 }
 
 int finishRequest(Context& ctx, const std::string& what, int32_t handle, Printer& printer,
-                  bool callback, const std::string& timeout) {
+                  bool callback, int32_t timeoutMs) {
     // Before the handle is out, so that an early callback prints under it.
     printer.setHandle(handle);
     if (int rc = reportHandle(ctx, what, handle); rc != kExitOk) return rc;
-    if (callback && !waitFor([&] { return printer.heard() > 0; },
-                             std::chrono::milliseconds(parseInt(timeout, "timeout")))) {
-        ctx.out.error("no answer from the service within " + timeout + " ms");
-        return kExitFailed;
+    if (!callback) return kExitOk;
+    InterruptScope scope;
+    if (!waitFor([&] { return printer.heard() > 0; }, std::chrono::milliseconds(timeoutMs))) {
+        if (interrupted()) return kExitInterrupted;
+        ctx.out.error("no answer from the service within " + std::to_string(timeoutMs) + " ms");
+        return kExitNoValue;
     }
     return kExitOk;
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Context.h"
+#include "Interrupt.h"
 #include "ResourceArgs.h"
 
 namespace velactl {
@@ -67,26 +68,14 @@ private:
     std::atomic<size_t> mHeard{0};
 };
 
-// Polls `done` until it holds, the time is up or SIGINT arrived (see interrupted()).
+// Polls `done` until it holds, the time is up or Ctrl-C was pressed (see Interrupt.h).
 bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout);
-// Catches SIGINT while alive, restoring the previous handler after.
-class InterruptScope {
-public:
-    InterruptScope();
-    ~InterruptScope();
-    InterruptScope(const InterruptScope&) = delete;
-    InterruptScope& operator=(const InterruptScope&) = delete;
-
-private:
-    void (*mPrevious)(int);
-};
-bool interrupted();
 
 // A request that answers a handle: a failure, or the handle noted for $handle and printed.
 int reportHandle(Context& ctx, const std::string& what, int32_t handle);
 // A control request's end: report the handle, and with a callback wait (bounded) for the
 // service's answer to arrive through it.
 int finishRequest(Context& ctx, const std::string& what, int32_t handle, Printer& printer,
-                  bool callback, const std::string& timeout);
+                  bool callback, int32_t timeoutMs);
 
 }  // namespace velactl

@@ -10,10 +10,13 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "NumberOptions.h"
+#include "VelaService.h"
+
 namespace velactl {
 
 using aidl::vendor::norvo::hardware::vela::impl::isAcceptablePath;
-using aidl::vendor::norvo::hardware::vela::impl::parseOpcode;
+using aidl::vendor::norvo::hardware::vela::impl::VelaService;
 
 namespace {
 
@@ -64,8 +67,8 @@ ResourceArg parseResource(const std::string& text, const ScenarioConfig& config,
                              "most 512 bytes)"};
         }
         arg.path = name;
-    } else if (auto opcode = parseOpcode(name)) {
-        arg.opcode = *opcode;
+    } else if (auto opcode = parseWhole(name); opcode && *opcode > 0 && *opcode <= UINT32_MAX) {
+        arg.opcode = static_cast<uint32_t>(*opcode);
     } else if (auto named = config.opcodeNamed(name)) {
         arg.opcode = *named;
     } else {
@@ -81,6 +84,11 @@ ResourceArg parseResource(const std::string& text, const ScenarioConfig& config,
     if (rule == ValueRule::kForbidden && arg.value) {
         throw UsageError{"'" + text + "': no value is taken here, give only the resource"};
     }
+    if (arg.value && arg.value->size() > VelaService::kMaxText) {
+        throw UsageError{"the value of " + name + " is " + std::to_string(arg.value->size()) +
+                         " bytes; the service takes at most " +
+                         std::to_string(VelaService::kMaxText)};
+    }
     if (rule == ValueRule::kRequired) {
         if (!arg.value) throw UsageError{"'" + text + "' needs a value: " + name + "=VALUE"};
         if (!arg.isPath() && arg.value->empty()) {
@@ -92,9 +100,18 @@ ResourceArg parseResource(const std::string& text, const ScenarioConfig& config,
 
 std::vector<ResourceArg> parseResources(const std::vector<std::string>& texts,
                                         const ScenarioConfig& config, ValueRule rule) {
+    checkItemCount(texts.size(), "resources");
     std::vector<ResourceArg> args;
     for (const std::string& text : texts) args.push_back(parseResource(text, config, rule));
     return args;
+}
+
+void checkItemCount(size_t count, const std::string& what) {
+    if (count > VelaService::kMaxItems) {
+        throw UsageError{std::to_string(count) + " " + what +
+                         " in one request; the service takes at most " +
+                         std::to_string(VelaService::kMaxItems)};
+    }
 }
 
 bool allPaths(const std::vector<ResourceArg>& args) {
@@ -109,14 +126,12 @@ bool allPaths(const std::vector<ResourceArg>& args) {
 }
 
 int64_t parseLong(const std::string& text, const std::string& what) {
-    errno = 0;
-    char* end = nullptr;
-    const long long value = strtoll(text.c_str(), &end, 0);
-    if (text.empty() || errno != 0 || *end != '\0' ||
-        isspace(static_cast<unsigned char>(text[0]))) {
-        throw UsageError{"malformed " + what + " '" + text + "': expected a whole number"};
+    const auto value = parseWhole(text);
+    if (!value) {
+        throw UsageError{"malformed " + what + " '" + text +
+                         "': expected a whole number (decimal, or hexadecimal after 0x)"};
     }
-    return value;
+    return *value;
 }
 
 int32_t parseInt(const std::string& text, const std::string& what) {

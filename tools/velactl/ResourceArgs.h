@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ExitCodes.h"
 #include "ScenarioConfig.h"
 
 namespace velactl {
@@ -15,10 +16,10 @@ namespace velactl {
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
 
 // Thrown for anything the user typed wrong; the message says what and how to write it. The
-// code is velactl's exit code: malformed input unless said otherwise.
+// code is velactl's exit code: malformed data unless said otherwise.
 struct UsageError {
     std::string message;
-    int code = 3;
+    int code = vela_exit::kDataError;
 };
 
 struct ResourceArg {
@@ -35,6 +36,8 @@ enum class ValueRule { kOptional, kRequired, kForbidden };
 ResourceArg parseResource(const std::string& text, const ScenarioConfig& config, ValueRule rule);
 std::vector<ResourceArg> parseResources(const std::vector<std::string>& texts,
                                         const ScenarioConfig& config, ValueRule rule);
+// Refuses more items than the service takes in one request, naming them `what`.
+void checkItemCount(size_t count, const std::string& what);
 // Either all opcodes or all paths; UsageError when mixed. True for paths. An empty list
 // counts as opcodes.
 bool allPaths(const std::vector<ResourceArg>& args);

@@ -1,10 +1,16 @@
 #include "ScriptCommands.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <thread>
 
 #include "Commands.h"
+#include "Interrupt.h"
+#include "Limits.h"
+#include "NumberOptions.h"
+#include "Reporting.h"
 #include "ResourceArgs.h"
 
 namespace velactl {
@@ -41,7 +47,7 @@ std::vector<std::string> splitWords(const std::string& line) {
             inWord = true;
         }
     }
-    if (quote != 0) throw UsageError{"unterminated quote", kExitMalformed};
+    if (quote != 0) throw UsageError{"unterminated quote", kExitData};
     if (inWord) words.push_back(std::move(word));
     return words;
 }
@@ -67,52 +73,76 @@ int runScript(Context& ctx, std::istream& in, const std::string& name, bool keep
         Commands commands(ctx, Commands::Mode::kScript);
         const int rc = commands.execute(words);
         if (rc == kExitOk) continue;
-        ctx.out.error(name + ":" + std::to_string(number) + ": '" + line + "' exited with " +
-                      std::to_string(rc));
+        ctx.out.error(name + ":" + std::to_string(number) + ": '" + clip(line, kEchoLimit) +
+                      "' exited with " + std::to_string(rc));
         last = rc;
         if (!keepGoing) return rc;
     }
     return last;
 }
 
+namespace {
+
+const char kScriptHelp[] =
+        "\nA script holds one velactl command per line, without the word velactl; '#' starts a\n"
+        "comment, quotes group words, a backslash escapes the next character. Listeners stay\n"
+        "in the background while the script goes on. Scripts have four words of their own:\n"
+        "  sleep MS              pause for MS milliseconds\n"
+        "  await N [--timeout MS]\n"
+        "                        wait until N callbacks in all have been heard in this run\n"
+        "                        (default timeout 5000 ms)\n"
+        "  echo WORD...          print a line\n"
+        "  $handle, $listener    the last request handle and listener handle printed\n"
+        "The script stops at the first failing line (unless --keep-going) with its exit code.\n";
+
+}  // namespace
+
 void bindRun(CLI::App& app, RunOptions& o) {
-    app.add_option("file", o.file, "script file, or -")->required();
+    app.footer(kScriptHelp);
+    app.add_option("FILE", o.file, "script file, or - for standard input")
+            ->required()
+            ->type_name("");
     app.add_flag("-k,--keep-going", o.keepGoing, "go on after a failing line");
 }
 
 int runRun(Context& ctx, RunOptions& o) {
     if (o.file == "-") return runScript(ctx, std::cin, "stdin", o.keepGoing);
     std::ifstream in(o.file);
-    if (!in) throw UsageError{"cannot read " + o.file, kExitUnknownName};
+    if (!in) throw UsageError{"cannot read " + o.file + ": " + strerror(errno), kExitNoInput};
     return runScript(ctx, in, o.file, o.keepGoing);
 }
 
 void bindSleep(CLI::App& app, SleepOptions& o) {
-    app.add_option("ms", o.ms, "milliseconds")->required();
+    addNumber(app, "MS", o.ms, "milliseconds", kTimeoutMs, "MS")->required();
 }
 
 int runSleep(Context&, SleepOptions& o) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(parseInt(o.ms, "ms")));
-    return kExitOk;
+    InterruptScope scope;
+    waitFor([] { return false; }, std::chrono::milliseconds(o.ms));
+    return interrupted() ? kExitInterrupted : kExitOk;
 }
 
 void bindAwait(CLI::App& app, AwaitOptions& o) {
-    app.add_option("count", o.count, "total callbacks")->required();
-    app.add_option("--timeout", o.timeout, "ms");
+    addNumber(app, "N", o.count, "callbacks heard in this run, in all", kNonNegative, "N")
+            ->required();
+    addNumber(app, "--timeout", o.timeoutMs, "how long to wait, in ms", kTimeoutMs, "MS");
 }
 
 int runAwait(Context& ctx, AwaitOptions& o) {
-    const size_t total = parseInt(o.count, "count");
-    if (!ctx.awaitCallbacks(total, std::chrono::milliseconds(parseInt(o.timeout, "timeout")))) {
+    const size_t total = static_cast<size_t>(o.count);
+    InterruptScope scope;
+    if (!waitFor([&] { return ctx.callbacksHeard() >= total; },
+                 std::chrono::milliseconds(o.timeoutMs))) {
+        if (interrupted()) return kExitInterrupted;
         ctx.out.error("heard " + std::to_string(ctx.callbacksHeard()) + " callbacks, waited for " +
-                      o.count);
-        return kExitFailed;
+                      std::to_string(o.count));
+        return kExitNoValue;
     }
     return kExitOk;
 }
 
 void bindEcho(CLI::App& app, EchoOptions& o) {
-    app.add_option("words", o.words, "text");
+    app.add_option("WORD", o.words, "text")->type_name("");
 }
 
 int runEcho(Context& ctx, EchoOptions& o) {

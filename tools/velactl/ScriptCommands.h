@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <istream>
 #include <string>
 #include <vector>
@@ -24,14 +25,14 @@ void bindRun(CLI::App& app, RunOptions& o);
 int runRun(Context& ctx, RunOptions& o);
 
 struct SleepOptions {
-    std::string ms;
+    int32_t ms = 0;
 };
 void bindSleep(CLI::App& app, SleepOptions& o);
 int runSleep(Context& ctx, SleepOptions& o);
 
 struct AwaitOptions {
-    std::string count;
-    std::string timeout = "5000";
+    int32_t count = 0;
+    int32_t timeoutMs = 5000;
 };
 void bindAwait(CLI::App& app, AwaitOptions& o);
 int runAwait(Context& ctx, AwaitOptions& o);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -22,8 +23,9 @@ struct ListenOptions {
     std::vector<std::string> resources;
     bool thermal = false;
     bool map = false;
-    std::string count;
-    std::string waitMs;
+    bool follow = false;
+    int32_t count = 0;    // 0: no bound
+    int32_t waitMs = -1;  // -1: no bound
 };
 void bindListen(CLI::App& app, ListenOptions& o);
 int runListen(Context& ctx, ListenOptions& o);

@@ -37,9 +37,11 @@ int runActions(Context& ctx, ActionsOptions& o) {
     }
     if (rows.empty()) {
         throw UsageError{"no action matches '" + o.filter + "'" + suggestion(o.filter, gActionList),
-                         kExitUnknownName};
+                         kExitUsage};
     }
-    ctx.out.result(text, rows);
+    Json::Value json;
+    json["actions"] = rows;
+    ctx.out.result(text, json);
     return kExitOk;
 }
 
@@ -63,7 +65,7 @@ int runStatus(Context& ctx) {
                            "\n  declared  " + (declared ? "yes" : "no") + "\n  running   " +
                            (running ? "yes" : "no"),
                    json);
-    return running ? kExitOk : kExitNoService;
+    return running ? kExitOk : kExitUnavailable;
 }
 
 int requireService(Context& ctx) {
@@ -77,7 +79,7 @@ int requireService(Context& ctx) {
     if (const char* problem = HostBinder_directoryProblem()) {
         // Nothing in a directory we cannot trust is looked at, so say that, not "not found".
         ctx.out.error("cannot use " + dir + ": " + problem);
-        return kExitNoService;
+        return kExitUnavailable;
     }
     if (AServiceManager_isDeclared(instance)) {
         detail = "it is declared in " + declaredFile + " but nothing serves it now";
@@ -92,7 +94,7 @@ int requireService(Context& ctx) {
                                             : " (default; $HOSTBINDER_DIR is unset)") +
                   "; " + detail +
                   ". Start vela-service with the same HOSTBINDER_DIR, or add --embedded.");
-    return kExitNoService;
+    return kExitUnavailable;
 }
 
 }  // namespace velactl

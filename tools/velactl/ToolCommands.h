@@ -18,7 +18,7 @@ int runStatus(Context& ctx);
 int runDemo(Context& ctx);
 
 // Requires the service to be reachable now (never waits); prints where velactl looked and
-// returns kExitNoService when it is not.
+// returns kExitUnavailable when it is not.
 int requireService(Context& ctx);
 
 }  // namespace velactl

@@ -2,6 +2,8 @@
 
 #include <PaxWrapper.h>
 
+#include "ControlCommands.h"
+#include "NumberOptions.h"
 #include "Reporting.h"
 
 namespace velactl {
@@ -9,18 +11,21 @@ namespace velactl {
 using PaxClient::Resource;
 
 void bindNotifySource(CLI::App& app, NotifySourceOptions& o) {
-    app.add_option("src", o.src, "source (1-131, 1000, 9000)")->required();
-    app.add_option("type", o.type, "type (often 1 on, 0 off)")->required();
-    app.add_option("--data", o.data, "data text (target loads, colocation, ...)");
-    app.add_option("--level", o.level, "level (game upgrade)");
-    app.add_option("--text", o.text, "game text");
+    addNumber(app, "SOURCE", o.src, "source (1-131, 1000, 9000)", kAnyInt32, "INT")->required();
+    addNumber(app, "TYPE", o.type, "type (often 1 on, 0 off)", kAnyInt32, "INT")->required();
+    addText(app, "--data", o.data, "data text (target loads, colocation, ...)");
+    addNumber(app, "--level", o.level, "level (game upgrade)", kAnyInt32, "INT");
+    addText(app, "--text", o.text, "game text");
 }
 
 int runNotifySource(Context& ctx, NotifySourceOptions& o) {
-    const int32_t src = parseInt(o.src, "source");
-    const int32_t type = parseInt(o.type, "type");
-    PaxNotifyWapper(o.data, src, type, parseInt(o.level, "level"), 0, 0, o.text);
-    ctx.out.result("notification from source " + o.src + " sent", Json::Value(0));
+    // The wrapper returns nothing: what the service made of it is not told.
+    PaxNotifyWapper(o.data, o.src, o.type, o.level, 0, 0, o.text);
+    Json::Value json;
+    json["notification"] = "sent";
+    json["source"] = o.src;
+    json["type"] = o.type;
+    ctx.out.result("notification from source " + std::to_string(o.src) + " sent", json);
     return kExitOk;
 }
 
@@ -39,27 +44,31 @@ int runBuild(Context& ctx, BuildOptions& o) {
     } else if (o.kind == "game-adp") {
         list = getGameAdpList(o.text);
     } else if (o.kind == "game-upgrade") {
-        list = getGameUpgradeList(0, 0, parseInt(o.level, "level"), 0, 0, o.text);
+        list = getGameUpgradeList(0, 0, o.level, 0, 0, o.text);
     } else {
         throw UsageError{"unknown list '" + o.kind + "'" +
                                  suggestion(o.kind, {"target-load", "colocation", "game-adp",
                                                      "game-upgrade"}),
-                         kExitUnknownName};
+                         kExitUsage};
     }
     ResourceListing listing(ctx);
     for (const auto& r : list) listing.add(r.id, "", r.value);
-    ctx.out.result(listing.text.empty() ? "(empty list)" : listing.text, listing.items);
+    Json::Value json;
+    json["resources"] = listing.items;
+    ctx.out.result(listing.text.empty() ? "(empty list)" : listing.text, json);
     return kExitOk;
 }
 
 void bindGameUpgradeClear(CLI::App& app, GameUpgradeClearOptions& o) {
-    app.add_option("rule", o.rule, "rule id")->required();
-    app.add_option("status", o.status, "status")->required();
+    addNumber(app, "RULE", o.rule, "rule id", kAnyInt32, "INT")->required();
+    addNumber(app, "STATUS", o.status, "status", kAnyInt32, "INT")->required();
 }
 
 int runGameUpgradeClear(Context& ctx, GameUpgradeClearOptions& o) {
-    clrGameUpgradeMode(parseInt(o.rule, "rule id"), parseInt(o.status, "status"));
-    ctx.out.result("game upgrade mode cleared", Json::Value(0));
+    clrGameUpgradeMode(o.rule, o.status);
+    Json::Value json;
+    json["game_upgrade_mode"] = "clear sent";
+    ctx.out.result("game upgrade mode clear sent", json);
     return kExitOk;
 }
 

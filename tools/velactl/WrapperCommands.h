@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
 
 #include "Context.h"
@@ -9,10 +10,10 @@
 namespace velactl {
 
 struct NotifySourceOptions {
-    std::string src;
-    std::string type;
+    int32_t src = 0;
+    int32_t type = 0;
     std::string data;
-    std::string level = "0";
+    int32_t level = 0;
     std::string text;
 };
 void bindNotifySource(CLI::App& app, NotifySourceOptions& o);
@@ -21,14 +22,14 @@ int runNotifySource(Context& ctx, NotifySourceOptions& o);
 struct BuildOptions {
     std::string kind;
     std::string text;
-    std::string level = "0";
+    int32_t level = 0;
 };
 void bindBuild(CLI::App& app, BuildOptions& o);
 int runBuild(Context& ctx, BuildOptions& o);
 
 struct GameUpgradeClearOptions {
-    std::string rule;
-    std::string status;
+    int32_t rule = 0;
+    int32_t status = 0;
 };
 void bindGameUpgradeClear(CLI::App& app, GameUpgradeClearOptions& o);
 int runGameUpgradeClear(Context& ctx, GameUpgradeClearOptions& o);

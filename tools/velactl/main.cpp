@@ -1,9 +1,10 @@
 // velactl: drives every entry point of the client library from a shell.
 //
-//   velactl [--json] [-v] [--embedded [--config FILE] [--sysfs-root DIR]] COMMAND [ARGS...]
+//   velactl [OPTIONS] COMMAND [ARGS...]
 //
 // The global options may stand anywhere on the line.
 #include <android/binder_process.h>
+#include <android/log.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,50 +12,66 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Completion.h"
 #include "Embedded.h"
+#include "ExitCodes.h"
+#include "Interrupt.h"
+#include "LogLevel.h"
 #include "ResourceArgs.h"
+#include "Version.h"
 
 using namespace velactl;
 
 namespace {
 
 const char kUsage[] =
-        "Usage: velactl [--json] [-v] [--embedded [--config FILE] [--sysfs-root DIR]] COMMAND "
-        "[ARGS...]\n"
+        "Usage: velactl [OPTIONS] COMMAND [ARGS...]\n"
+        "Drives the resource-control service from a shell: every entry point of the client\n"
+        "library, against a running vela-service or one embedded in velactl.\n"
         "\n"
-        "Global options:\n"
-        "  --json           one JSON document per result\n"
-        "  -v, --verbose    show the library's (and an embedded service's) log\n"
-        "  --embedded       start a reference service inside velactl, in a private directory\n"
-        "  --config FILE    scenario configuration: the embedded service's, and resource names\n"
-        "  --sysfs-root DIR the embedded service mirrors path resources as files under DIR\n"
+        "Options (anywhere on the line):\n"
+        "  --json            print each result as one JSON object on a line of its own\n"
+        "  -v, --verbose     show the library's log: info, then debug (-vv), then all (-vvv)\n"
+        "  -q, --quiet       show only the library's errors (the default shows warnings too)\n"
+        "  --embedded        start a reference service inside velactl, in a private directory\n"
+        "  --config FILE     scenario configuration: the embedded service's, and resource names\n"
+        "  --sysfs-root DIR  the embedded service mirrors path resources as files under DIR\n"
+        "  -h, --help        show this help; COMMAND --help shows a command's own\n"
+        "  --version         show the version\n"
         "\n"
-        "Exit codes: 0 ok, 1 refused or failed, 2 unknown command or name, 3 malformed input,\n"
-        "4 service not running.\n"
+        "Numbers are decimal, or hexadecimal after 0x.\n"
         "\n"
-        "The service is looked for in $HOSTBINDER_DIR (see `velactl status`).\n\n";
+        "Commands:\n";
+
+const char kEnvironment[] =
+        "\n"
+        "Environment:\n"
+        "  HOSTBINDER_DIR    where the service is looked for (see velactl status)\n"
+        "  VELA_LOG_LEVEL    verbose|debug|info|warn|error|fatal|silent: the library's log level\n"
+        "\n";
 
 [[noreturn]] void finish(Context& ctx, int rc) {
-    // The embedded service goes first: its threads must not outlive what they use. Then leave
-    // without running static destructors, which binder threads may still be reading.
-    ctx.embedded.reset();
+    // Leave without stopping an embedded service or running static destructors: binder
+    // threads may still be reading them, and a service stopped under the library's feet would
+    // read to it as the service dying. The process ending takes everything with it.
+    if (ctx.embedded) ctx.embedded->removeDirectory();
     fflush(stdout);
     fflush(stderr);
     _exit(rc);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    ABinderProcess_startThreadPool();  // callbacks and death notices need binder threads
-    Context ctx;
-    bool json = false, verbose = false, embedded = false, help = false;
-    std::string configFile, sysfsRoot;
+struct Globals {
+    bool json = false, embedded = false, help = false, version = false;
+    int louder = 0, quieter = 0;
+    std::string configFile, sysfsRoot, completion;
     std::vector<std::string> rest;
+};
 
-    std::vector<std::string> args(argv + 1, argv + argc);
+// -1 when velactl goes on, else the exit code.
+int readGlobals(const std::vector<std::string>& args, Globals* g) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& word = args[i];
+        bool missing = false;
         auto value = [&](const std::string& option, std::string* out) {
             if (word.rfind(option + "=", 0) == 0) {
                 *out = word.substr(option.size() + 1);
@@ -62,63 +79,110 @@ int main(int argc, char** argv) {
             }
             if (word != option) return false;
             if (i + 1 >= args.size()) {
-                fprintf(stderr, "velactl: %s needs a value\n", option.c_str());
-                _exit(kExitUnknownName);
+                missing = true;
+                return true;
             }
             *out = args[++i];
             return true;
         };
         if (word == "--") {
-            rest.insert(rest.end(), args.begin() + i + 1, args.end());
+            g->rest.insert(g->rest.end(), args.begin() + i + 1, args.end());
             break;
         } else if (word == "--json") {
-            json = true;
-        } else if (word == "-v" || word == "--verbose") {
-            verbose = true;
+            g->json = true;
+        } else if (word == "--verbose") {
+            ++g->louder;
+        } else if (word == "--quiet") {
+            ++g->quieter;
+        } else if (word.size() > 1 && word[0] == '-' && word[1] != '-' &&
+                   word.find_first_not_of('v', 1) == std::string::npos) {
+            g->louder += static_cast<int>(word.size() - 1);  // -v, -vv, -vvv
+        } else if (word == "-q" || word == "-qq") {
+            g->quieter += static_cast<int>(word.size() - 1);
         } else if (word == "--embedded") {
-            embedded = true;
-        } else if (value("--config", &configFile) || value("--sysfs-root", &sysfsRoot)) {
-        } else if (rest.empty() && (word == "-h" || word == "--help")) {
-            help = true;
+            g->embedded = true;
+        } else if (word == "--version") {
+            g->version = true;
+        } else if (value("--config", &g->configFile) || value("--sysfs-root", &g->sysfsRoot) ||
+                   value("--completion", &g->completion)) {
+            if (missing) {
+                fprintf(stderr, "velactl: %s needs a value\n", word.c_str());
+                return kExitUsage;
+            }
+        } else if (g->rest.empty() && (word == "-h" || word == "--help")) {
+            g->help = true;
         } else {
-            rest.push_back(word);
+            g->rest.push_back(word);
         }
     }
+    return -1;
+}
 
-    installLogger(verbose);
-    ctx.verbose = verbose;
-    ctx.out.setJson(json);
-    if (!configFile.empty()) {
+}  // namespace
+
+int main(int argc, char** argv) {
+    installInterruptHandler();
+    Globals g;
+    if (int rc = readGlobals(std::vector<std::string>(argv + 1, argv + argc), &g); rc >= 0) {
+        return rc;
+    }
+    if (g.version) {
+        printf("velactl %s\n", vela_version::kVersion);
+        return kExitOk;
+    }
+
+    std::string logWarning;
+    const int display =
+            vela_log::choosePriority(ANDROID_LOG_WARN, g.louder, g.quieter, &logWarning);
+    installLogger(display, g.embedded);
+    Context ctx;
+    ctx.commandLine.assign(argv, argv + argc);
+    ctx.verbose = display <= ANDROID_LOG_INFO;
+    ctx.out.setJson(g.json);
+    if (!logWarning.empty()) ctx.out.error(logWarning);
+    if (!g.configFile.empty()) {
         std::string error;
-        auto config = ScenarioConfig::load(configFile, &error);
+        auto config = ScenarioConfig::load(g.configFile, &error);
         if (!config) {
             ctx.out.error(error);
-            finish(ctx, kExitMalformed);
+            finish(ctx, access(g.configFile.c_str(), R_OK) != 0 ? kExitNoInput : kExitData);
         }
         ctx.config = std::move(*config);
     }
-    if (!sysfsRoot.empty() && !embedded) {
+    if (!g.sysfsRoot.empty() && !g.embedded) {
         ctx.out.error("--sysfs-root is for the embedded service: add --embedded");
-        finish(ctx, kExitUnknownName);
+        finish(ctx, kExitUsage);
     }
 
     Commands commands(ctx, Commands::Mode::kTopLevel);
-    if (help || rest.empty()) {
-        fputs(kUsage, help ? stdout : stderr);
-        fputs(commands.app().help().c_str(), help ? stdout : stderr);
-        finish(ctx, help ? kExitOk : kExitUnknownName);
+    if (!g.completion.empty()) {
+        if (g.completion != "bash") {
+            ctx.out.error("--completion takes bash");
+            finish(ctx, kExitUsage);
+        }
+        fputs(bashCompletion(commands).c_str(), stdout);
+        finish(ctx, kExitOk);
+    }
+    if (g.help || g.rest.empty()) {
+        FILE* to = g.help ? stdout : stderr;
+        fputs(kUsage, to);
+        fputs(commands.overview().c_str(), to);
+        fputs(kEnvironment, to);
+        fputs(vela_exit::kTable, to);
+        finish(ctx, g.help ? kExitOk : kExitUsage);
     }
 
-    if (embedded) {
+    ABinderProcess_startThreadPool();  // callbacks and death notices need binder threads
+    if (g.embedded) {
         aidl::vendor::norvo::hardware::vela::impl::VelaService::Options options;
         options.config = ctx.config;
-        options.sysfsRoot = sysfsRoot;
+        options.sysfsRoot = g.sysfsRoot;
         std::string error;
         ctx.embedded = EmbeddedService::start(std::move(options), &error);
         if (!ctx.embedded) {
             ctx.out.error("cannot start the embedded service: " + error);
-            finish(ctx, kExitFailed);
+            finish(ctx, kExitSoftware);
         }
     }
-    finish(ctx, commands.execute(rest));
+    finish(ctx, commands.execute(g.rest));
 }

@@ -1,0 +1,46 @@
+# Man pages (from each program's --help and --version, by help2man) and bash completion for
+# the command-line programs, made at build time and installed with them.
+find_program(HELP2MAN_EXECUTABLE help2man)
+if(NOT HELP2MAN_EXECUTABLE)
+    message(STATUS "help2man not found: no man pages (scripts/setup.sh installs it)")
+endif()
+
+# pax_man_page(<target> <one-line summary>)
+function(pax_man_page target summary)
+    # A cross build cannot run what it builds; the host build makes the pages.
+    if(NOT HELP2MAN_EXECUTABLE OR CMAKE_CROSSCOMPILING)
+        return()
+    endif()
+    set(page ${CMAKE_CURRENT_BINARY_DIR}/${target}.1)
+    add_custom_command(
+        OUTPUT ${page}
+        COMMAND ${HELP2MAN_EXECUTABLE} --no-info --no-discard-stderr --section=1
+                "--name=${summary}" --output=${page} $<TARGET_FILE:${target}>
+        DEPENDS ${target}
+        COMMENT "Writing the ${target} man page"
+        VERBATIM)
+    add_custom_target(${target}_man ALL DEPENDS ${page})
+    install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endfunction()
+
+# pax_bash_completion(<target> FILE <script> | GENERATED <args that print it>)
+function(pax_bash_completion target)
+    cmake_parse_arguments(C "" "FILE" "GENERATED" ${ARGN})
+    set(destination ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    if(C_FILE)
+        install(FILES ${C_FILE} DESTINATION ${destination} RENAME ${target})
+        return()
+    endif()
+    if(CMAKE_CROSSCOMPILING)
+        return()
+    endif()
+    set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.bash)
+    add_custom_command(
+        OUTPUT ${script}
+        COMMAND $<TARGET_FILE:${target}> ${C_GENERATED} > ${script}
+        DEPENDS ${target}
+        COMMENT "Writing the ${target} bash completion"
+        VERBATIM)
+    add_custom_target(${target}_completion ALL DEPENDS ${script})
+    install(FILES ${script} DESTINATION ${destination} RENAME ${target})
+endfunction()

@@ -1,0 +1,54 @@
+// Watching the service from the tool's side: whether it is there now, its death while a
+// command waits on it, and a word to the user when a call sits waiting for it.
+#pragma once
+
+#include <android/binder_ibinder.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "Context.h"
+
+namespace velactl {
+
+// The service answers in the directory velactl looks in (never waits).
+bool serviceRunning();
+
+// Notes the death of the service as it is now. Without a service (or with one in this
+// process, which cannot die apart from velactl) nothing is ever noted.
+class DeathWatch {
+public:
+    DeathWatch();
+    ~DeathWatch();
+    bool died() const { return mState->died; }
+
+private:
+    struct State {
+        std::atomic<bool> died{false};
+    };
+    std::shared_ptr<State> mState;
+    AIBinder* mBinder = nullptr;
+    AIBinder_DeathRecipient* mRecipient = nullptr;
+};
+
+// While alive, prints "waiting for vela-service (declared in ...)" once, should the service be
+// missing for a second on end.
+class WaitNotice {
+public:
+    explicit WaitNotice(Context& ctx);
+    ~WaitNotice();
+
+private:
+    void watch();
+
+    Context& mCtx;
+    std::mutex mLock;
+    std::condition_variable mWake;
+    bool mDone = false;
+    std::thread mThread;
+};
+
+}  // namespace velactl
