@@ -1,0 +1,26 @@
+# Installs the build into PREFIX and checks what a user of the package meets: the programs
+# start from the prefix as they are (no LD_LIBRARY_PATH), their man pages and completion are
+# there, and a consumer builds with either include form.
+function(run)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+    if(NOT rc EQUAL 0)
+        message(FATAL_ERROR "${ARGN}: exit ${rc}\n${out}${err}")
+    endif()
+    set(output "${out}" PARENT_SCOPE)
+endfunction()
+
+file(REMOVE_RECURSE ${PREFIX})
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
+foreach(program velactl vela-service)
+    run(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ${PREFIX}/bin/${program} --version)
+    if(NOT output MATCHES "^${program} [0-9]")
+        message(FATAL_ERROR "${program} --version said: ${output}")
+    endif()
+    foreach(file share/man/man1/${program}.1 share/bash-completion/completions/${program})
+        if(NOT EXISTS ${PREFIX}/${file})
+            message(FATAL_ERROR "${file} is not installed")
+        endif()
+    endforeach()
+endforeach()
+run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${PREFIX}-consumer -DCMAKE_PREFIX_PATH=${PREFIX})
+run(${CMAKE_COMMAND} --build ${PREFIX}-consumer)
