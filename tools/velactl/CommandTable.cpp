@@ -6,6 +6,10 @@
 // one row below: {"top", "what it does", Needs::kService, Where::kAnywhere,
 // attach<bindTop, runTop>}. A command without options uses attachPlain<runTop>. The file is
 // picked up by the build on its own (tools/velactl/CMakeLists.txt globs *.cpp).
+// Declare numbers with addNumber (NumberOptions.h) and a Range, so that they are decimal unless
+// written 0x and checked before anything is sent; refuse other bad input by throwing
+// UsageError; answer the exit codes of Context.h and print results with ctx.out.result, whose
+// JSON form is one object. The man page and the bash completion follow the table.
 #include "Command.h"
 #include "Commands.h"
 #include "ControlCommands.h"

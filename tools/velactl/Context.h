@@ -35,7 +35,6 @@ struct Context {
     ~Context();
 
     Output out;
-    bool verbose = false;
     bool scriptMode = false;
     // velactl's own command line, program name first (listen --follow starts it again).
     std::vector<std::string>

@@ -6,6 +6,7 @@
 
 #include "Embedded.h"
 #include "Output.h"
+#include "ServiceWatch.h"
 #include "VelaService.h"
 
 namespace velactl {
@@ -47,6 +48,12 @@ Json::Value resourceJson(const Context& ctx, uint32_t opcode, const std::string&
 }
 
 int failed(Context& ctx, const std::string& what, int32_t result) {
+    // The library answers -1 for a transport failure as for other troubles: a service that is
+    // gone now is the likely cause, and it has a code of its own.
+    if (result == -1 && !ctx.embedded && !serviceRunning()) {
+        ctx.out.error(what + ": the service went away");
+        return kExitUnavailable;
+    }
     ctx.out.error(what + ": " + whyFailed(result));
     // An embedded service's own explanation is at hand: show it.
     if (ctx.embedded) {

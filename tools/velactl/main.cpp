@@ -137,7 +137,6 @@ int main(int argc, char** argv) {
     installLogger(display, g.embedded);
     Context ctx;
     ctx.commandLine.assign(argv, argv + argc);
-    ctx.verbose = display <= ANDROID_LOG_INFO;
     ctx.out.setJson(g.json);
     if (!logWarning.empty()) ctx.out.error(logWarning);
     if (!g.configFile.empty()) {
@@ -155,6 +154,7 @@ int main(int argc, char** argv) {
     }
 
     Commands commands(ctx, Commands::Mode::kTopLevel);
+    // Not in --help: the build runs `velactl --completion bash` to write the installed script.
     if (!g.completion.empty()) {
         if (g.completion != "bash") {
             ctx.out.error("--completion takes bash");
