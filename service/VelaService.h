@@ -23,6 +23,7 @@
 #include "ResourceTable.h"
 #include "ScenarioConfig.h"
 #include "SysfsMirror.h"
+#include "TraceWriter.h"
 #include "vela_protocol.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
@@ -39,6 +40,8 @@ public:
         // When set, path resources are mirrored as files under it.
         std::string sysfsRoot;
         size_t historyLimit = 512;
+        // When set, every change of state is also written to this timeline.
+        std::shared_ptr<TraceWriter> trace;
     };
 
     // Limits that keep one client from growing the service without bound.
