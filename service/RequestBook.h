@@ -1,0 +1,51 @@
+// Requests and rules: what they claim, how long they hold it, and what their coming and going
+// changes. Every change of a value in force goes out from here: to the sysfs mirror, to the
+// timeline and to the listeners that hear that resource.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ExpiryTimer.h"
+#include "ListenerRegistry.h"
+#include "ServiceState.h"
+
+namespace aidl::vendor::norvo::hardware::vela::impl {
+
+class RequestBook {
+public:
+    // `lock` is the service lock; the expiry thread takes it to end a request.
+    RequestBook(ServiceState& state, ListenerRegistry& listeners, std::mutex& lock);
+    ~RequestBook();  // stops the expiry thread first
+    RequestBook(const RequestBook&) = delete;
+    RequestBook& operator=(const RequestBook&) = delete;
+
+    // A control, SA-control, event or platform request: a handle, or a result below 0.
+    int32_t acquireLocked(const VelaRequestParcel& parcel);
+    // `why` names the door it came through in the log ("release").
+    int32_t releaseLocked(int32_t handle, const char* why);
+    // A status of 0 turns the rule off.
+    int32_t ruleLocked(int32_t ruleId, int32_t status, const std::vector<VelaRequestData>& items);
+
+    // Sends the changes on to the mirror, the timeline and the listeners.
+    void publishLocked(const std::vector<Change>& changes);
+
+private:
+    // Takes the items' resources from `first` on. Strict: an item that names a resource but
+    // carries no value is an error. Lenient (rules): such an item is skipped.
+    bool readResources(const std::vector<VelaRequestData>& items, size_t first, bool lenient,
+                       ResourceTable::Values* out, std::string* why) const;
+    void onExpired(int32_t handle, ServiceClock::time_point deadline);
+    // What a release and an expiry share once they have logged and counted.
+    void endLocked(std::map<int32_t, Request>::iterator request, const char* how);
+
+    ServiceState& mState;
+    ListenerRegistry& mListeners;
+    std::mutex& mLock;
+    std::unique_ptr<ExpiryTimer> mTimer;
+};
+
+}  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -1,0 +1,82 @@
+#include "ServiceState.h"
+
+#include <android/log.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+
+namespace aidl::vendor::norvo::hardware::vela::impl {
+
+namespace {
+
+std::string wallClock() {
+    auto now = std::chrono::system_clock::now();
+    time_t seconds = std::chrono::system_clock::to_time_t(now);
+    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()) % 1000;
+    struct tm parts {};
+    localtime_r(&seconds, &parts);
+    char text[32];
+    snprintf(text, sizeof(text), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
+             static_cast<int>(ms.count()));
+    return text;
+}
+
+}  // namespace
+
+void serviceLog(int priority, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    __android_log_vprint(priority, kVelaLogTag, format, args);
+    va_end(args);
+}
+
+ServiceState::ServiceState(ScenarioConfig config, size_t historyLimit,
+                           std::shared_ptr<TraceWriter> trace)
+    : config(std::move(config)),
+      historyLimit(std::max<size_t>(historyLimit, 1)),
+      trace(std::move(trace)) {}
+
+int32_t ServiceState::newHandle() {
+    while (true) {
+        const int32_t handle = mNextHandle;
+        mNextHandle = mNextHandle == INT32_MAX ? 1 : mNextHandle + 1;
+        if (requests.count(handle) == 0 && listeners.count(handle) == 0) return handle;
+    }
+}
+
+void ServiceState::record(std::string text) {
+    if (!recording) return;
+    // Clients join records with ';'.
+    std::replace(text.begin(), text.end(), ';', ',');
+    history.push_back(wallClock() + " " + text);
+    while (history.size() > historyLimit) history.pop_front();
+}
+
+int32_t ServiceState::reject(int32_t result, const std::string& why) {
+    ++counters.rejected;
+    serviceLog(ANDROID_LOG_ERROR, "refused (%s, %d): %s", resultName(result), result,
+               why.c_str());
+    return result;
+}
+
+VelaRequestData ServiceState::itemFor(const ResourceKey& key) const {
+    VelaRequestData item{};
+    item.id = static_cast<int32_t>(key.opcode);
+    item.value = table.valueOf(key);
+    if (key.isPath()) item.value2 = key.path;
+    return item;
+}
+
+std::string ServiceState::nameOf(const ResourceKey& key) const {
+    const ResourceInfo* info = config.infoFor(key);
+    return info != nullptr ? info->name : std::string();
+}
+
+std::string ServiceState::labelOf(const ResourceKey& key) const {
+    std::string name = nameOf(key);
+    return name.empty() ? key.toString() : key.toString() + " " + name;
+}
+
+}  // namespace aidl::vendor::norvo::hardware::vela::impl

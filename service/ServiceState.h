@@ -1,0 +1,127 @@
+// What the service knows, in one place: the value in force of every resource, the active
+// requests, rules and listeners, properties, thermal levels, history and counters.
+//
+// Nothing here locks. The service holds one lock over all of it, taken by the binder facade
+// (and by the expiry, delivery and death threads when they come in); every member function
+// whose name ends in "Locked" elsewhere expects that lock held. One lock rather than one per
+// table because most requests touch several tables at once (a release changes the requests,
+// the values in force and what listeners are owed) and must be seen whole.
+#pragma once
+
+#include <aidl/vendor/norvo/hardware/vela/VelaRequestData.h>
+#include <aidl/vendor/norvo/hardware/vela/VelaRequestParcel.h>
+#include <aidl/vendor/norvo/hardware/vela/IVelaCallback.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ResourceTable.h"
+#include "ScenarioConfig.h"
+#include "ServiceLimits.h"
+#include "SysfsMirror.h"
+#include "TraceWriter.h"
+#include "vela_protocol.h"
+
+namespace aidl::vendor::norvo::hardware::vela::impl {
+
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
+constexpr const char kVelaLogTag[] = "vela-service";
+constexpr const char kPowerModeProperty[] = "vendor.vela.power_mode";
+
+using ServiceClock = std::chrono::steady_clock;
+
+struct Request {
+    int32_t handle = 0;
+    int32_t kind = 0;
+    std::optional<int32_t> event;
+    std::string package;
+    std::string identity;
+    int64_t durationMs = 0;
+    pid_t pid = 0;
+    ServiceClock::time_point made;
+    std::optional<ServiceClock::time_point> deadline;
+    ResourceTable::Values resources;
+};
+
+struct Listener {
+    int32_t handle = 0;
+    bool thermal = false;
+    std::vector<ResourceKey> keys;
+    std::set<int32_t> thermalIds;
+    std::shared_ptr<IVelaCallback> callback;
+    pid_t pid = 0;
+    uint64_t link = 0;  // death-link token; 0 when the callback could not be linked
+    uint64_t delivered = 0;
+};
+
+struct Rule {
+    int32_t id = 0;
+    int32_t status = 0;
+    ResourceTable::Values resources;
+};
+
+struct ServiceStats {
+    size_t requests = 0;   // active now
+    size_t listeners = 0;  // active now
+    size_t rules = 0;      // on now
+    uint64_t granted = 0;
+    uint64_t released = 0;
+    uint64_t expired = 0;
+    uint64_t rejected = 0;
+    uint64_t delivered = 0;
+    uint64_t failedDeliveries = 0;
+    uint64_t clientsLost = 0;  // listeners dropped because their client went away
+    bool recording = false;
+};
+
+class ServiceState {
+public:
+    ServiceState(ScenarioConfig config, size_t historyLimit, std::shared_ptr<TraceWriter> trace);
+
+    const ScenarioConfig config;
+    const size_t historyLimit;
+    // Both optional: set when the service mirrors path resources or writes a timeline.
+    std::unique_ptr<SysfsMirror> mirror;
+    const std::shared_ptr<TraceWriter> trace;
+
+    ResourceTable table;
+    std::map<int32_t, Request> requests;
+    std::map<int32_t, Listener> listeners;
+    std::map<int32_t, Rule> rules;
+    std::map<std::string, std::string> properties;
+    std::map<int32_t, std::string> thermalLevels;
+    std::deque<std::string> history;
+    bool recording = false;
+    int32_t thermalSequence = 0;
+    ServiceStats counters;
+
+    // Handles of requests and listeners share one space, so that no handle means two things.
+    int32_t newHandle();
+    // Keeps a history record when recording is on.
+    void record(std::string text);
+    // Logs and counts a refusal; returns `result` for the caller to hand back.
+    int32_t reject(int32_t result, const std::string& why);
+    // The answer item for a resource: its key and its value in force (none when it has none).
+    VelaRequestData itemFor(const ResourceKey& key) const;
+    // The configured name, or empty.
+    std::string nameOf(const ResourceKey& key) const;
+    // The key followed by the configured name, when there is one.
+    std::string labelOf(const ResourceKey& key) const;
+
+private:
+    int32_t mNextHandle = 1;
+};
+
+// Lines of the service's log, under its tag.
+void serviceLog(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+}  // namespace aidl::vendor::norvo::hardware::vela::impl
