@@ -1,4 +1,4 @@
-// What the velaHalclient tests share: a fake service served in-process, captured log lines,
+// What the velaHalclient tests share: a mock service served in-process, captured log lines,
 // and a receiver that records what the library hands it.
 #pragma once
 
@@ -20,10 +20,10 @@
 namespace halclienttest {
 
 using namespace velaHalclient;
+using namespace paxtest;
 using PaxClient::Resource;
-using paxtest::Answer;
-using paxtest::makeItem;
 using Strings = std::vector<std::string>;
+using ::testing::_;
 
 inline constexpr char kTag[] = "VELAFramework-lib-vendor";
 inline constexpr char kCallbackTag[] = "VelaFramework-lib-vendor";
@@ -69,19 +69,16 @@ protected:
         // On the host, the fake's proxies of our callbacks keep the stopped connection alive,
         // and the connection keeps the fake: let go of them so that nothing is left at exit.
         service.stop();
-        if (fake != nullptr) {
-            fake->forgetCallbacks();
-            fake->clearCalls();
-        }
+        if (fake != nullptr) fake->forgetCallbacks();
     }
     bool info(const std::string& text) const { return log.contains(kTag, ANDROID_LOG_INFO, text); }
     bool error(const std::string& text) const {
         return log.contains(kTag, ANDROID_LOG_ERROR, text);
     }
 
-    paxtest::LogCapture log;
-    paxtest::ServiceHarness service;
-    std::shared_ptr<paxtest::FakeVela> fake;
+    LogCapture log;
+    ServiceHarness service;
+    std::shared_ptr<FakeVela> fake;
     std::shared_ptr<Receiver> receiver = std::make_shared<Receiver>();
 };
 

@@ -18,7 +18,7 @@ namespace {
 
 // "requestType param1 param2 param4 param6", the optional parts that are present, then one
 // "| id =value @path" per item (id in hex); anything unexpected shows up as an extra word.
-std::string describe(const paxtest::VelaRequestParcel& p) {
+std::string describe(const VelaRequestParcel& p) {
     std::ostringstream s;
     s << p.requestType << ' ' << p.param1 << ' ' << p.param2 << ' ' << p.param4 << ' ' << p.param6;
     if (p.optionFlag) s << " flag";
@@ -40,7 +40,7 @@ std::string describe(const paxtest::VelaRequestParcel& p) {
 TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
     // The second opcode has its top bit set: it must arrive as the same 32 bits.
     ResourceList list{{0x010108a0, "1"}, {0x80000001u, "2"}};
-    ResourceList none;
+    ResourceList none, slot{{0, std::nullopt}};
     const Strings ab{"a", "b"}, v12{"1", "2"}, v1{"1"};
     const std::map<std::string, std::string> map{{"b", "2"}, {"a", "1"}},
             xy{{"y", "1"}, {"x", "2"}};
@@ -58,6 +58,8 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
             {"1 3 5 4 9 flag callback" + items,
              [&] { velaResCtlRequest(3, 5, list, 4, 2, 9, receiver); }},
             {"1 -1 5 -1 9", [&] { velaResCtlRequest(5, none, 9); }},
+            // An empty slot (id 0) without a value is consistent.
+            {"1 -1 1 -1 0 | 0", [&] { velaResCtlRequest(1, slot, 0); }},
             {"2 -1 5 -1 9 | 7", [&] { velaSACtlRequest(5, 7, 9); }},
             {"2 1 2 4 9 flag | 7", [&] { velaSACtlRequest(1, 2, 7, 4, 1, 9); }},
             {"2 1 2 4 9 callback | 7", [&] { velaSACtlRequest(1, 2, 7, 4, 0, 9, receiver); }},
@@ -90,11 +92,24 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
             {"5 0 0 1 0 | a", velaHistoryRequestRecordOn},
             {"5 0 0 1 0 | b", velaHistoryRequestRecordOff},
     };
+    // Every row sends exactly one parcel, whichever of the three methods carries it.
+    VelaRequestParcel sent;
+    int sends = 0;
+    auto save = [&](const VelaRequestParcel& p) { sent = p, ++sends; };
+    ON_CALL(*fake, resCtlRequest).WillByDefault([&](auto& p, int32_t* out) {
+        return save(p), *out = 1, Status::ok();
+    });
+    ON_CALL(*fake, resStateRequest).WillByDefault([&](auto& p, Items*) {
+        return save(p), Status::ok();
+    });
+    ON_CALL(*fake, resListeningRegister).WillByDefault([&](auto& p, auto&, int32_t* out) {
+        return save(p), *out = 1, Status::ok();
+    });
     for (const auto& [expected, call] : cases) {
-        const size_t before = fake->callCount();
+        sends = 0;
         call();
-        ASSERT_EQ(fake->callCount(), before + 1) << expected;
-        EXPECT_EQ(describe(fake->lastParcel()), expected);
+        EXPECT_EQ(sends, 1) << expected;
+        EXPECT_EQ(describe(sent), expected);
     }
 }
 
@@ -102,6 +117,7 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
 // values go in pairs: a request that breaks this is refused before anything is sent, each
 // function with its own line.
 TEST_F(HalclientTest, InconsistentListsAreRefused) {
+    EXPECT_CALL(*fake, resCtlRequest).Times(0);
     ResourceList emptyValue{{0x100, "1"}, {0x200, ""}};
     ResourceList slotWithValue{{0, "1"}};
     ResourceList missingValue{{0x300, std::nullopt}};
@@ -117,13 +133,6 @@ TEST_F(HalclientTest, InconsistentListsAreRefused) {
     EXPECT_EQ(log.count(kTag, ANDROID_LOG_ERROR,
                         "vela client vela_resctl_request ERROR: size unmatched for id and value "),
               2u);
-    EXPECT_EQ(fake->callCount(), 0u);
-
-    ResourceList slot{{0, std::nullopt}};
-    EXPECT_GT(velaResCtlRequest(1, slot, 0), 0);
-    EXPECT_EQ(describe(fake->lastParcel()), "1 -1 1 -1 0 | 0");
-    fake->enqueue("resCtlRequest", Answer::ok(17));
-    EXPECT_EQ(vela_resctl_request_by_path(1, 2, {}, {}, 3, 4, 5), 17);
 }
 
 // Answers are appended to what the caller has; an empty answer fails and adds nothing.
@@ -132,22 +141,21 @@ TEST_F(HalclientTest, StateAnswersAreAppended) {
     ResourceList reply{{0x1, "old"}};
     Strings out{"x", "y"};
     std::map<std::string, std::string> outMap{{"a", "old"}, {"z", "0"}};
-    fake->setDefault("resStateRequest", Answer::items({}));
     EXPECT_EQ(velaResStateRequest(request, 0, reply), -1);
     EXPECT_EQ(vela_res_state_request_by_path({"a"}, {}, 0, out), -1);
     EXPECT_EQ(vela_res_state_request_map_by_path({{"a", ""}}, 0, outMap), -1);
 
-    fake->enqueue("resStateRequest",
-                  Answer::items({makeItem(0x10, 0, "5"), makeItem(int32_t(0x80000002))}));
+    ON_CALL(*fake, resStateRequest)
+            .WillByDefault(paxtest::reply(Items{makeItem(0x10, 0, "5"), makeItem(int32_t(0x80000002))}));
     EXPECT_EQ(velaResStateRequest(request, 0, reply), 3);
     EXPECT_EQ(reply, (ResourceList{{0x1, "old"}, {0x10, "5"}, {0x80000002u, std::nullopt}}));
     EXPECT_TRUE(info("vela client velaResStateRequest size 3"));
 
     // The list form takes every item's value (empty when absent); the map form only items
     // with both a path and a value.
-    fake->setDefault("resStateRequest",
-                     Answer::items({makeItem(0, 0, "1", "a"), makeItem(0, 0, {}, "b"),
-                                    makeItem(0, 0, "3"), makeItem(0, 0, "4", "d")}));
+    ON_CALL(*fake, resStateRequest)
+            .WillByDefault(paxtest::reply(Items{makeItem(0, 0, "1", "a"), makeItem(0, 0, {}, "b"),
+                                                makeItem(0, 0, "3"), makeItem(0, 0, "4", "d")}));
     EXPECT_EQ(vela_res_state_request_by_path({"a", "b", "c", "d"}, {}, 0, out), 6);
     EXPECT_EQ(out, (Strings{"x", "y", "1", "", "3", "4"}));
     EXPECT_TRUE(info("vela client vela_res_state_request size 6"));
@@ -158,28 +166,25 @@ TEST_F(HalclientTest, StateAnswersAreAppended) {
     EXPECT_TRUE(info("vela client vela_res_state_request_map size 3"));
 }
 
-TEST_F(HalclientTest, ThermalNotifyAndCommandsSucceedOnlyOnAPositiveAnswer) {
+// Thermal notifications and diagnostic commands succeed only on a positive answer; handles
+// and property answers reach the caller unchanged.
+TEST_F(HalclientTest, AnswersReachTheCaller) {
     ResourceList levels{{0x40, "3"}};
     for (const auto& [answer, expected] : {std::pair{0, -1}, {1, 0}, {-3, -1}, {2, 0}}) {
-        fake->enqueue("resCtlRequest", Answer::ok(answer));
+        ON_CALL(*fake, resCtlRequest).WillByDefault(paxtest::reply(answer));
         EXPECT_EQ(velaThermalNotify(levels, 0), expected) << answer;
-        fake->enqueue("resCtlRequest", Answer::ok(answer));
         EXPECT_EQ(velaHistoryRequestRecordOn(), expected) << answer;
     }
-}
+    EXPECT_EQ(vela_resctl_request_by_path(1, 2, {}, {}, 3, 4, 5), 2);
 
-TEST_F(HalclientTest, PropertiesTravelBothWays) {
     const std::string longest(255, 'p');
-    fake->enqueue("propertyGet", Answer::property(longest));
+    EXPECT_CALL(*fake, propertyGet("vendor.key", _)).WillOnce(paxtest::reply(longest));
     std::unique_ptr<char[]> value(velaPropertyGet("vendor.key"));
     ASSERT_NE(value, nullptr);
     EXPECT_EQ(value.get(), longest);
-    EXPECT_EQ(fake->lastCall("propertyGet").key, "vendor.key");
     EXPECT_TRUE(info("velaPropertyGet " + longest + " "));
-
-    fake->enqueue("propertySet", Answer::ok(6));
+    EXPECT_CALL(*fake, propertySet("vendor.key", "v", _)).WillOnce(paxtest::reply(6));
     EXPECT_EQ(velaPropertySet("vendor.key", "v"), 6);
-    EXPECT_EQ(fake->lastCall("propertySet").value, "v");
 }
 
 // An answer that does not fit the caller's buffer stops the process rather than being cut. The
@@ -190,7 +195,7 @@ TEST(HalclientPropertyDeathTest, AnswerOf256CharactersAborts) {
     if (getenv(kRole) != nullptr) {
         paxtest::ServiceHarness service;
         auto fake = service.startFake();
-        fake->setDefault("propertyGet", Answer::property(std::string(256, 'p')));
+        ON_CALL(*fake, propertyGet).WillByDefault(paxtest::reply(std::string(256, 'p')));
         delete[] velaPropertyGet("vendor.key");
         _exit(0);  // reached only when the library let the answer through
     }

@@ -36,18 +36,26 @@ public:
     }
 };
 
-// The child side: this same program, started again with kChildEnv set, serves and never
-// returns to the tests.
-[[maybe_unused]] const int childHook = [] {
-    const char* mode = getenv(kChildEnv);
-    if (mode == nullptr) return 0;
-    auto service = ndk::SharedRefBase::make<DumpingVela>();
-    if (std::string(mode) == "hold") service->blockNext("resCtlRequest");
-    service->setDefault("resCtlRelease", Answer::ok(2));
-    if (AServiceManager_addService(service->asBinder().get(), kVelaInstance) != EX_NONE) _exit(3);
-    ABinderProcess_joinThreadPool();
-    return 0;
-}();
+// The child side: this same program, started again with kChildEnv set, serves from its test
+// environment (after static initialisation, which the mock needs) and never returns to the tests.
+struct ServingChild : testing::Environment {
+    void SetUp() override {
+        auto service = ndk::SharedRefBase::make<DumpingVela>();
+        if (std::string(getenv(kChildEnv)) == "hold") {
+            ON_CALL(*service, resCtlRequest).WillByDefault([](auto&&...) {
+                for (;;) pause();  // held until the test kills this process
+                return Status::ok();
+            });
+        }
+        ON_CALL(*service, resCtlRelease).WillByDefault(reply(2));
+        if (AServiceManager_addService(service->asBinder().get(), kVelaInstance) != EX_NONE) {
+            _exit(3);
+        }
+        ABinderProcess_joinThreadPool();
+    }
+};
+[[maybe_unused]] testing::Environment* const childHook =
+        getenv(kChildEnv) != nullptr ? testing::AddGlobalTestEnvironment(new ServingChild) : nullptr;
 
 pid_t startChild(const char* mode) {
     const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_child"},

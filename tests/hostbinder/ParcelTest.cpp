@@ -169,12 +169,14 @@ TEST(Parcel, BothParcelsCrossTheWireUnchanged) {
 
     VelaRequestParcel p = fullParcel();
     int32_t handle = -1;
-    service->enqueue("resCtlRequest", Answer::ok(108));
+    VelaRequestParcel received;
+    EXPECT_CALL(*service, resCtlRequest)
+            .WillOnce(testing::DoAll(testing::SaveArg<0>(&received), reply(108)));
     ASSERT_TRUE(vela->resCtlRequest(p, &handle).isOk());
     EXPECT_EQ(108, handle);
-    expectSame(p, service->lastParcel());
+    expectSame(p, received);
 
-    service->enqueue("resStateRequest", Answer::items(p.requestDatas));
+    EXPECT_CALL(*service, resStateRequest).WillOnce(reply(p.requestDatas));
     std::vector<VelaRequestData> reply;
     ASSERT_TRUE(vela->resStateRequest(p, &reply).isOk());
     VelaRequestParcel echoed{};

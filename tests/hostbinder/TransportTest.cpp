@@ -99,11 +99,21 @@ TEST_F(Transport, EveryMethodReachesItsImplementationWithArgumentsAndResult) {
     std::string text;
     std::vector<VelaRequestData> items;
     auto cb = ndk::SharedRefBase::make<CountingCallback>();
-    service->setDefault("resCtlRelease", Answer::ok(42));
-    service->setDefault("resStateRequest", Answer::items({makeItem(5, 0, "five")}));
-    service->setDefault("propertyGet", Answer::property("v"));
-    service->setDefault("reserved", Answer::exception(EX_UNSUPPORTED_OPERATION));
-    service->enqueue("ruleCtl", Answer::serviceSpecific(6));
+    using testing::_;
+    testing::InSequence order;
+    EXPECT_CALL(*service, init());
+    EXPECT_CALL(*service, resCtlRequest(testing::Field(&VelaRequestParcel::requestType, 2), _));
+    EXPECT_CALL(*service, resCtlRelease(41, _)).WillOnce(reply(42));
+    EXPECT_CALL(*service, resStateRequest).WillOnce(reply(Items{makeItem(5, 0, "five")}));
+    EXPECT_CALL(*service, resListeningRegister(_, testing::NotNull(), _));
+    EXPECT_CALL(*service, resListeningUnregister(7, _));
+    EXPECT_CALL(*service, propertyGet("k", _)).WillOnce(reply(std::string("v")));
+    EXPECT_CALL(*service, propertySet("k", "v2", _));
+    EXPECT_CALL(*service, thermalListeningRegister(std::vector<int32_t>{1, -2}, _, _));
+    EXPECT_CALL(*service, thermalListeningUnregister(9, _));
+    EXPECT_CALL(*service, reserved).WillOnce(exception(EX_UNSUPPORTED_OPERATION));
+    EXPECT_CALL(*service, setRelatedSysInfo(3, -4000000000LL, _));
+    EXPECT_CALL(*service, ruleCtl(5, 1, testing::SizeIs(2), _)).WillOnce(serviceSpecific(6));
 
     EXPECT_TRUE(vela->init().isOk());
     EXPECT_TRUE(vela->resCtlRequest(p, &out).isOk());
@@ -126,23 +136,7 @@ TEST_F(Transport, EveryMethodReachesItsImplementationWithArgumentsAndResult) {
     EXPECT_EQ(EX_SERVICE_SPECIFIC, specific.getExceptionCode());
     EXPECT_EQ(6, specific.getServiceSpecificError());
 
-    std::vector<std::string> methods;
-    for (const VelaCall& call : service->calls()) methods.push_back(call.method);
-    EXPECT_EQ((std::vector<std::string>{"init", "resCtlRequest", "resCtlRelease", "resStateRequest",
-                                        "resListeningRegister", "resListeningUnregister",
-                                        "propertyGet", "propertySet", "thermalListeningRegister",
-                                        "thermalListeningUnregister", "reserved",
-                                        "setRelatedSysInfo", "ruleCtl"}),
-              methods);
-    EXPECT_EQ(2, service->lastCall("resCtlRequest").parcel->requestType);
-    EXPECT_EQ(41, service->lastCall("resCtlRelease").handle);
-    EXPECT_EQ(7, service->lastCall("resListeningUnregister").handle);
-    EXPECT_NE(nullptr, service->lastCall("resListeningRegister").callback);
-    EXPECT_EQ("v2", service->lastCall("propertySet").value);
-    EXPECT_EQ((std::vector<int32_t>{1, -2}), service->lastCall("thermalListeningRegister").ids);
-    EXPECT_EQ(-4000000000LL, service->lastCall("setRelatedSysInfo").sysInfoValue);
-    EXPECT_EQ(2u, service->lastCall("ruleCtl").items.size());
-    EXPECT_EQ(5, service->lastCall("ruleCtl").ruleId);
+    testing::Mock::VerifyAndClearExpectations(service.get());
 }
 
 // A bare class under the interface's descriptor sees the raw transaction codes.
@@ -189,13 +183,16 @@ TEST_F(Transport, CallbackRunsOnBinderThreadWhileTheCallIsInFlight) {
     auto cb = ndk::SharedRefBase::make<CountingCallback>();
     std::atomic<bool> callReturned{false};
     std::atomic<bool> returnedBeforeCallback{true};
-    service->enqueue("resCtlRequest", Answer::ok().withHook([&](const VelaCall& call) {
-        const std::shared_ptr<IVelaCallback>& callback = call.parcel->callback;
-        ASSERT_NE(nullptr, callback);
-        ASSERT_TRUE(callback->isRemote());
-        EXPECT_TRUE(callback->onCallback({item(11)}).isOk());
+    EXPECT_CALL(*service, resCtlRequest).WillOnce([&](const VelaRequestParcel& in, int32_t* out) {
+        const std::shared_ptr<IVelaCallback>& callback = in.callback;
+        EXPECT_TRUE(callback != nullptr && callback->isRemote());
+        if (callback != nullptr) {
+            EXPECT_TRUE(callback->onCallback({item(11)}).isOk());
+        }
         returnedBeforeCallback = callReturned.load();
-    }));
+        *out = 1;
+        return Status::ok();
+    });
     VelaRequestParcel p{};
     p.callback = cb;
     int32_t out = -1;
@@ -236,7 +233,6 @@ TEST_F(Transport, ServiceDropsCallbackAndClientObjectIsFreed) {
     // The service still holds its proxy: the object must stay alive until it lets go.
     EXPECT_FALSE(watch.expired());
     service->forgetCallbacks();
-    service->clearCalls();
     for (int i = 0; i < 200 && !watch.expired(); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
@@ -280,17 +276,18 @@ TEST(ServiceManager, AWrongInterfaceIsRefused) {
 TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
-    service->enqueue("init", Answer::ok().withHook([&](const VelaCall&) {
+    EXPECT_CALL(*service, init).WillOnce([&]() -> Status {
         // One way, so the service need not wait for a process that cannot answer yet.
         ndk::SpAIBinder callback = service->callbackAt(0)->asBinder();
         AParcel* in = nullptr;
         AParcel* reply = nullptr;
-        ASSERT_EQ(STATUS_OK, AIBinder_prepareTransaction(callback.get(), &in));
+        EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(callback.get(), &in));
         ndk::AParcel_writeVector(in, std::vector<VelaRequestData>{item(4)});
         EXPECT_EQ(STATUS_OK, AIBinder_transact(callback.get(), FIRST_CALL_TRANSACTION, &in, &reply,
                                                FLAG_ONEWAY));
         AParcel_delete(reply);
-    }));
+        return Status::ok();
+    });
     const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_nopool"},
                                         {std::string(kNoPoolChildEnv) + "=1"});
     pid_t child = fork();

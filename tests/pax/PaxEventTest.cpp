@@ -36,11 +36,10 @@ TEST_F(PaxEvent, EveryCallBuildsItsParcel) {
                  PaxNotify(0x20, 4, {1, 2, -30});
              }},
     };
+    EXPECT_CALL(*fake, resCtlRequest).Times(static_cast<int>(cases.size()));
     for (const auto& [expected, call] : cases) {
-        fake->clearCalls();
         call();
-        ASSERT_EQ(fake->callCount("resCtlRequest"), 1u) << expected;
-        EXPECT_EQ(describe(fake->lastParcel()), expected);
+        EXPECT_EQ(describe(sent), expected);
     }
 }
 
@@ -48,34 +47,30 @@ TEST_F(PaxEvent, EveryCallBuildsItsParcel) {
 TEST_F(PaxEvent, EventAndReleaseLogAndLeaveAnInstantTraceMarker) {
     Resources none;
     const std::string pkg(2000, 'p');
-    fake->enqueue("resCtlRequest", Answer::ok(42));
+    ON_CALL(*fake, resCtlRequest).WillByDefault(answer(reply(42)));
     EXPECT_EQ(PaxEventAcquire(5, "com.app", "id1", -1, none), 42);
     // The release's answer is ignored and keeps the connection.
-    fake->setDefault("resCtlRelease", Answer::ok(-5));
+    EXPECT_CALL(*fake, resCtlRelease(7, _)).WillOnce(reply(-5));
     PaxRelease(7);
-    EXPECT_EQ(fake->lastCall("resCtlRelease").handle, 7);
     EXPECT_TRUE(paxConnected());
     PaxEventAcquire(7, "", "", 0, none);
     PaxEventAcquire(1, pkg, "i", 2, none);
-    EXPECT_EQ(fake->lastParcel().packageName, pkg);
+    EXPECT_EQ(sent.packageName, pkg);
 
     EXPECT_TRUE(logged(ANDROID_LOG_INFO, "PaxEventAcquire, cmdid:5, pkg:com.app, identity:id1"));
     EXPECT_TRUE(logged(ANDROID_LOG_INFO, "PaxRelease, handle:7"));
     EXPECT_TRUE(logged(ANDROID_LOG_INFO, "PaxEventAcquire, cmdid:7, pkg:none, identity:none"));
     const std::string full = "PaxEventAcquire  cmd_id:1 pkg:" + pkg + " identity:i duration:2";
-    EXPECT_EQ(trace.beginNames(),
-              (Texts{"PaxEventAcquire  cmd_id:5 pkg:com.app identity:id1 duration:-1",
-                     "PaxRelease: 7", "PaxEventAcquire  cmd_id:7 pkg:none identity:none duration:0",
-                     full.substr(0, 1023)}));
-    const std::vector<TraceEvent> events = trace.events();
-    ASSERT_EQ(events.size(), 8u);
-    for (size_t i = 0; i < events.size(); ++i) {
-        EXPECT_EQ(events[i].kind, i % 2 == 0 ? TraceEvent::kBegin : TraceEvent::kEnd) << i;
-    }
+    EXPECT_EQ(trace.events(),
+              (Texts{"PaxEventAcquire  cmd_id:5 pkg:com.app identity:id1 duration:-1", "end",
+                     "PaxRelease: 7", "end",
+                     "PaxEventAcquire  cmd_id:7 pkg:none identity:none duration:0", "end",
+                     full.substr(0, 1023), "end"}));
 
     // Nothing is traced unless tag bit 0 is on.
     TraceCapture::clear();
     TraceCapture::setEnabledTags(~uint64_t{1});
+    EXPECT_CALL(*fake, resCtlRelease(1, _));
     PaxEventAcquire(1, "p", "i", 2, none);
     PaxRelease(1);
     EXPECT_TRUE(trace.events().empty());
@@ -83,28 +78,24 @@ TEST_F(PaxEvent, EventAndReleaseLogAndLeaveAnInstantTraceMarker) {
 
 TEST_F(PaxEvent, FailedStatusAloneLogsTheRequestError) {
     Resources none;
-    fake->enqueue("resCtlRequest", Answer::ok(-1));
+    EXPECT_CALL(*fake, resCtlRequest).WillOnce(reply(-1)).WillOnce(serviceSpecific(9));
     EXPECT_EQ(PaxEventAcquire(1, "p", "i", 0, none), -1);
     EXPECT_TRUE(log.linesContaining("velaResCtlRequest error").empty());
-    fake->enqueue("resCtlRequest", Answer::serviceSpecific(9));
     EXPECT_EQ(PaxEventAcquire(1, "p", "i", 0, none), -1);
     EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "velaResCtlRequest error:-1"));
 }
 
 TEST_F(PaxEvent, SystemInfoAndRulesPassTheirArgumentsThrough) {
-    fake->enqueue("setRelatedSysInfo", Answer::ok(-7));
+    EXPECT_CALL(*fake, setRelatedSysInfo(-3, 0x100000005LL, _)).WillOnce(reply(-7));
     EXPECT_EQ(setRelatedSysInfo(-3, 0x100000005LL), -7);
-    const VelaCall info = fake->lastCall("setRelatedSysInfo");
-    EXPECT_EQ(std::make_pair(info.info, info.sysInfoValue),
-              std::make_pair(-3, int64_t{0x100000005}));
 
     // Rule items always carry a value, unlike event items.
-    fake->enqueue("ruleCtl", Answer::ok(2));
+    Items items;
+    EXPECT_CALL(*fake, ruleCtl(4, -1, _, _))
+            .WillOnce(testing::DoAll(testing::SaveArg<2>(&items), reply(2)));
     Resources resources{{1, "x"}, {2, std::nullopt}};
     EXPECT_EQ(paxRuleCtl(4, -1, resources), 2);
-    const VelaCall rule = fake->lastCall("ruleCtl");
-    EXPECT_EQ(std::make_pair(rule.ruleId, rule.ruleStatus), std::make_pair(4, -1));
-    EXPECT_EQ(itemTexts(rule.items), " 1/0/x 2/0/");
+    EXPECT_EQ(itemTexts(items), " 1/0/x 2/0/");
     EXPECT_TRUE(logged(ANDROID_LOG_INFO, "paxRuleCtl, ruleId:4, status:-1"));
 }
 

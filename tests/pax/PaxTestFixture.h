@@ -18,6 +18,7 @@
 namespace paxtest {
 
 inline constexpr char kTag[] = "[PAX_CLIENT]";
+using ::testing::_;
 using Resources = std::vector<PaxClient::Resource>;
 using Texts = std::vector<std::string>;
 
@@ -57,9 +58,20 @@ inline AIBinder_DeathRecipient* paxRecipient() {
     return pax::g_pax_death_recipient;
 }
 
+// The service answers requests and queries by default and keeps the last parcel in `sent`.
 class PaxTest : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_NE(fake = service.startFake(), nullptr); }
+    // `then`, after keeping the parcel.
+    template <typename Action>
+    auto answer(Action then) {
+        return [this, then](const VelaRequestParcel& p, auto* out) { return sent = p, then(p, out); };
+    }
+    auto answer(Items items) { return answer(reply(std::move(items))); }
+    void SetUp() override {
+        ASSERT_NE(fake = service.startFake(), nullptr);
+        ON_CALL(*fake, resCtlRequest).WillByDefault(answer(reply(1)));
+        ON_CALL(*fake, resStateRequest).WillByDefault(answer(Items{}));
+    }
     bool logged(int priority, const std::string& text) const {
         return log.contains(kTag, priority, text);
     }
@@ -67,6 +79,7 @@ protected:
     LogCapture log;
     ServiceHarness service;
     std::shared_ptr<FakeVela> fake;
+    VelaRequestParcel sent;
 };
 
 }  // namespace paxtest

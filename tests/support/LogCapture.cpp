@@ -52,37 +52,36 @@ LogCapture::~LogCapture() {
     LogCaptureHook::active() = nullptr;
 }
 
-std::vector<LogLine> LogCapture::linesContaining(const std::string& fragment) const {
+std::vector<LogLine> LogCapture::select(const std::function<bool(const LogLine&)>& match) const {
     std::lock_guard<std::mutex> lock(mMutex);
     std::vector<LogLine> out;
     for (const auto& line : mLines) {
-        if (line.text.find(fragment) != std::string::npos) out.push_back(line);
+        if (match(line)) out.push_back(line);
     }
     return out;
 }
 
-size_t LogCapture::countLocked(const std::function<bool(const LogLine&)>& match) const {
-    size_t n = 0;
-    for (const auto& line : mLines) n += match(line) ? 1 : 0;
-    return n;
+std::vector<LogLine> LogCapture::linesContaining(const std::string& fragment) const {
+    return select([&](const LogLine& l) { return l.text.find(fragment) != std::string::npos; });
 }
 
 size_t LogCapture::count(const std::string& text) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return countLocked([&](const LogLine& line) { return line.text == text; });
+    return select([&](const LogLine& line) { return line.text == text; }).size();
 }
 
 size_t LogCapture::count(const std::string& tag, int priority, const std::string& text) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return countLocked([&](const LogLine& line) {
-        return line.tag == tag && line.priority == priority && line.text == text;
-    });
+    return select([&](const LogLine& line) {
+               return line.tag == tag && line.priority == priority && line.text == text;
+           }).size();
 }
 
 bool LogCapture::waitFor(const std::string& text, std::chrono::milliseconds timeout) const {
     std::unique_lock<std::mutex> lock(mMutex);
     return mChanged.wait_for(lock, timeout, [&] {
-        return countLocked([&](const LogLine& line) { return line.text == text; }) > 0;
+        for (const auto& line : mLines) {
+            if (line.text == text) return true;
+        }
+        return false;
     });
 }
 

@@ -6,9 +6,9 @@
 //   EXPECT_TRUE(log.contains("[PAX_CLIENT]", ANDROID_LOG_INFO, "paxInit")) << log.dump();
 //
 // Only one capture may exist at a time (the logger hook is process-wide); a second one throws
-// std::logic_error. While a capture exists the minimum log priority is debug, so debug lines
-// are delivered; the destructor restores the previous minimum and the stderr logger.
-// All members are thread-safe: lines arrive from any thread, binder threads included.
+// std::logic_error. While a capture exists the minimum log priority is debug; the destructor
+// restores the previous minimum and the stderr logger. Lines also go to stderr when
+// PAX_TEST_LOG_ECHO is set. All members are thread-safe: lines arrive from binder threads too.
 #pragma once
 
 #include <android/log.h>
@@ -31,8 +31,6 @@ struct LogLine {
 
 class LogCapture {
 public:
-    static constexpr std::chrono::milliseconds kDefaultTimeout{5000};
-
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -40,34 +38,28 @@ public:
 
     // Lines whose text contains `fragment`, in arrival order.
     std::vector<LogLine> linesContaining(const std::string& fragment) const;
-
-    // True when a line has exactly this tag, priority and text.
+    // Lines whose text is exactly `text` (any tag, any priority).
+    size_t count(const std::string& text) const;
+    // Lines with exactly this tag, priority and text.
+    size_t count(const std::string& tag, int priority, const std::string& text) const;
     bool contains(const std::string& tag, int priority, const std::string& text) const {
         return count(tag, priority, text) > 0;
     }
-    // Number of lines whose text is exactly `text` (any tag, any priority).
-    size_t count(const std::string& text) const;
-    // Number of lines with exactly this tag, priority and text.
-    size_t count(const std::string& tag, int priority, const std::string& text) const;
-
-    // Waits until a line whose text is exactly `text` has been captured (also true when it was
-    // captured before the call).
+    // Waits until a line whose text is exactly `text` has been captured (now or before).
     bool waitFor(const std::string& text,
-                 std::chrono::milliseconds timeout = kDefaultTimeout) const;
-
+                 std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
     void clear();
     // Every captured line as "P/tag: text\n", for failure messages.
     std::string dump() const;
 
 private:
     friend struct LogCaptureHook;
-    // The number of lines that `match`; the caller holds mMutex.
-    size_t countLocked(const std::function<bool(const LogLine&)>& match) const;
+    // The lines that `match`, under mMutex.
+    std::vector<LogLine> select(const std::function<bool(const LogLine&)>& match) const;
 
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     std::vector<LogLine> mLines;
-    // Every line also goes to the stderr logger when PAX_TEST_LOG_ECHO is set.
     bool mEcho = false;
     int mPreviousMinimum = ANDROID_LOG_DEFAULT;
 };

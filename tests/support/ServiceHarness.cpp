@@ -2,13 +2,10 @@
 
 #include <android/binder_ibinder.h>
 #include <android/binder_manager.h>
-#include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 
-#include <mutex>
 #include <thread>
-#include <utility>
 
 namespace paxtest {
 
@@ -24,6 +21,7 @@ bool waitUntilUnreachable(const std::string& instance, std::chrono::milliseconds
 
 ServiceHarness::~ServiceHarness() {
     stop();
+    if (mFake != nullptr) ::testing::Mock::VerifyAndClearExpectations(mFake.get());
 }
 
 bool ServiceHarness::declareOnly() {
@@ -32,34 +30,22 @@ bool ServiceHarness::declareOnly() {
     return status == STATUS_OK;
 }
 
-bool ServiceHarness::start(std::shared_ptr<FakeVela> fake) {
-    if (fake == nullptr) {
-        ADD_FAILURE() << "ServiceHarness::start needs a fake";
-        return false;
-    }
-    if (mServing) stop();
+bool ServiceHarness::serve() {
     if (!declareOnly()) return false;
-    // The fake's callbacks reach this process's own callback objects too, so incoming
-    // transactions need threads in both roles; starting the pool twice is harmless.
-    static std::once_flag poolStarted;
-    std::call_once(poolStarted, [] { ABinderProcess_startThreadPool(); });
-
-    binder_exception_t ex = AServiceManager_addService(fake->asBinder().get(), kVelaInstance);
+    binder_exception_t ex = AServiceManager_addService(mFake->asBinder().get(), kVelaInstance);
     EXPECT_EQ(ex, EX_NONE) << "AServiceManager_addService(" << kVelaInstance << ")";
-    if (ex != EX_NONE) return false;
-    mFake = std::move(fake);
-    mServing = true;
-    return true;
+    mServing = ex == EX_NONE;
+    return mServing;
 }
 
 std::shared_ptr<FakeVela> ServiceHarness::startFake() {
-    auto fake = ::ndk::SharedRefBase::make<FakeVela>();
-    return start(fake) ? fake : nullptr;
+    stop();
+    mFake = ::ndk::SharedRefBase::make<FakeVela>();
+    return serve() ? mFake : nullptr;
 }
 
 void ServiceHarness::stop() {
     if (!mServing) return;
-    mFake->release();
     EXPECT_EQ(HostBinder_stopService(kVelaInstance), STATUS_OK) << "stopping " << kVelaInstance;
     mServing = false;
     EXPECT_TRUE(waitUntilUnreachable(kVelaInstance))
@@ -68,7 +54,7 @@ void ServiceHarness::stop() {
 
 bool ServiceHarness::restart() {
     stop();
-    return start(mFake);
+    return serve();
 }
 
 }  // namespace paxtest

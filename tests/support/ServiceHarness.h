@@ -18,7 +18,6 @@
 
 namespace paxtest {
 
-// The instance name the library connects to.
 // The instance every harness serves: the protocol's own name, never a second spelling of it.
 inline const char* const kVelaInstance =
         ::aidl::vendor::norvo::hardware::vela::protocol::instanceName().c_str();
@@ -33,29 +32,25 @@ bool waitUntilUnreachable(const std::string& instance,
 class ServiceHarness {
 public:
     ServiceHarness() = default;
-    // Stops serving (after releasing any call held at the fake's gate).
+    // Stops serving and checks the fake's expectations.
     ~ServiceHarness();
     ServiceHarness(const ServiceHarness&) = delete;
     ServiceHarness& operator=(const ServiceHarness&) = delete;
 
-    // Declares the instance (as the device manifest would) without serving it: clients see
-    // it declared but get no service.
+    // Declares the instance (as the device manifest would) without serving it.
     bool declareOnly();
-    // Declares the instance, starts the binder thread pool and serves `fake`. False (with a
-    // test failure recorded) if the runtime refused. Serving while already serving first stops.
-    bool start(std::shared_ptr<FakeVela> fake);
-    // Makes a fresh fake, serves it and returns it (null on failure).
+    // Declares the instance and serves a fresh fake; null (test failure recorded) on failure.
     std::shared_ptr<FakeVela> startFake();
     // Stops serving: the socket goes away and every connection accepted for it closes.
-    // Calls held at the fake's gate are released first so that their threads can finish.
-    // Returns once this process's own proxies see the service gone (waitUntilUnreachable);
-    // their death notifications may still be running. The declaration stays. Harmless when
-    // not serving.
+    // Returns once this process's own proxies see the service gone; their death notifications
+    // may still be running. Harmless when not serving.
     void stop();
     // stop(), then serve the same fake again.
     bool restart();
 
 private:
+    bool serve();
+
     std::shared_ptr<FakeVela> mFake;
     bool mServing = false;
 };

@@ -11,7 +11,7 @@ namespace {
 
 struct TraceState {
     std::mutex mutex;
-    std::vector<TraceEvent> events;
+    std::vector<std::string> events;
     std::atomic<uint64_t> tags{0};
 };
 
@@ -21,18 +21,12 @@ TraceState& state() {
     return *s;
 }
 
-void record(TraceEvent::Kind kind, const char* name) {
-    TraceState& s = state();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    s.events.push_back(TraceEvent{kind, name != nullptr ? name : ""});
+void record(const char* event) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().events.emplace_back(event != nullptr ? event : "");
 }
 
 }  // namespace
-
-std::ostream& operator<<(std::ostream& os, const TraceEvent& event) {
-    if (event.kind == TraceEvent::kBegin) return os << "begin(\"" << event.name << "\")";
-    return os << "end";
-}
 
 TraceCapture::TraceCapture(uint64_t enabledTags) {
     clear();
@@ -48,24 +42,14 @@ void TraceCapture::setEnabledTags(uint64_t tags) {
     state().tags.store(tags);
 }
 
-std::vector<TraceEvent> TraceCapture::events() {
-    TraceState& s = state();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    return s.events;
-}
-
-std::vector<std::string> TraceCapture::beginNames() {
-    std::vector<std::string> names;
-    for (const auto& event : events()) {
-        if (event.kind == TraceEvent::kBegin) names.push_back(event.name);
-    }
-    return names;
+std::vector<std::string> TraceCapture::events() {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    return state().events;
 }
 
 void TraceCapture::clear() {
-    TraceState& s = state();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    s.events.clear();
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().events.clear();
 }
 
 }  // namespace paxtest
@@ -75,9 +59,9 @@ extern "C" __attribute__((visibility("default"))) uint64_t atrace_get_enabled_ta
 }
 
 extern "C" __attribute__((visibility("default"))) void atrace_begin_body(const char* name) {
-    paxtest::record(paxtest::TraceEvent::kBegin, name);
+    paxtest::record(name);
 }
 
 extern "C" __attribute__((visibility("default"))) void atrace_end_body() {
-    paxtest::record(paxtest::TraceEvent::kEnd, nullptr);
+    paxtest::record("end");
 }

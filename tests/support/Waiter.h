@@ -24,9 +24,6 @@ bool waitUntil(Pred&& pred, std::chrono::milliseconds timeout = kWaitTimeout) {
 }
 
 // Counts events signalled from any thread and lets a test wait for a number of them.
-//   paxtest::Counter fired;
-//   ... callback body: fired.increment(); ...
-//   ASSERT_TRUE(fired.waitFor(1));
 class Counter {
 public:
     void increment() {
@@ -34,22 +31,37 @@ public:
         ++mCount;
         mChanged.notify_all();
     }
-    // Waits until at least `n` events were counted.
     bool waitFor(size_t n, std::chrono::milliseconds timeout = kWaitTimeout) const {
         std::unique_lock<std::mutex> lock(mMutex);
         return mChanged.wait_for(lock, timeout, [&] { return mCount >= n; });
-    }
-    // True when the count stays below `n` for the whole of `quiet` (to show that something
-    // did not happen).
-    bool staysBelow(size_t n, std::chrono::milliseconds quiet) const {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return !mChanged.wait_for(lock, quiet, [&] { return mCount >= n; });
     }
 
 private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     size_t mCount = 0;
+};
+
+// Holds every thread that calls pass() until open(); `arrived` counts them. A fake's action
+// that passes a gate keeps a call in flight for as long as a test needs.
+class Gate {
+public:
+    void pass() {
+        arrived.increment();
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait(lock, [&] { return mOpen; });
+    }
+    void open() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mOpen = true;
+        mChanged.notify_all();
+    }
+    Counter arrived;
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    bool mOpen = false;
 };
 
 }  // namespace paxtest

@@ -1,7 +1,7 @@
 // Shared main of the test programs: each test process gets a socket directory of its own, so
 // tests never see each other's services.
 #include <android/binder_process.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -9,7 +9,7 @@
 #include <string>
 
 int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
+    testing::InitGoogleMock(&argc, argv);
     std::string dir;
     if (getenv("HOSTBINDER_DIR") == nullptr) {
         std::string tmpl = std::filesystem::temp_directory_path() / "paxtest-XXXXXX";
