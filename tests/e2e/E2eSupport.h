@@ -27,26 +27,20 @@ constexpr uint32_t kLittleFloor = 0x01010010;   // 300000
 constexpr uint32_t kBigFloor = 0x01010020;      // 710400
 constexpr uint32_t kPrimeCeiling = 0x010100c0;  // 3187200
 constexpr uint32_t kLittleLoad = 0x010108a0;    // 80
-constexpr uint32_t kColocation = 0x01011040;    // 0
-constexpr uint32_t kGameProfile = 0x010115b0;   // none
 
 // Keeps the last delivery of either form; `heard` counts them all.
 struct Recorder : velaHalclient::IClientCallback, velaHalclient::IClientCallbackByPath {
     struct Call {
-        std::vector<uint32_t> ids;
         std::vector<std::string> values;  // "" for an absent value
         std::vector<std::string> paths;
     };
     void onCallback(std::list<PaxClient::Resource>& resources) override {
         Call call;
-        for (const auto& r : resources) {
-            call.ids.push_back(r.id);
-            call.values.push_back(r.value.value_or(""));
-        }
+        for (const auto& r : resources) call.values.push_back(r.value.value_or(""));
         add(std::move(call));
     }
     void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
-        add(Call{{}, std::move(values), std::move(paths)});
+        add(Call{std::move(values), std::move(paths)});
     }
     void add(Call call) {
         std::lock_guard<std::mutex> lock(mutex);

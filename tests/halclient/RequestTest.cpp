@@ -8,34 +8,12 @@
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <sstream>
 
 #include "ExecProgram.h"
 #include "HalclientFixture.h"
 
 namespace halclienttest {
 namespace {
-
-// "requestType param1 param2 param4 param6", the optional parts that are present, then one
-// "| id =value @path" per item (id in hex); anything unexpected shows up as an extra word.
-std::string describe(const VelaRequestParcel& p) {
-    std::ostringstream s;
-    s << p.requestType << ' ' << p.param1 << ' ' << p.param2 << ' ' << p.param4 << ' ' << p.param6;
-    if (p.optionFlag) s << " flag";
-    if (p.callback) s << " callback";
-    if (p.paths) {
-        for (const auto& text : *p.paths) s << " marker:" << text.value_or("null");
-    }
-    if (p.packageName || p.identity || p.extraValues) s << " extras";
-    for (const auto& item : p.requestDatas) {
-        s << " | " << std::hex << item.id << std::dec;
-        if (item.param != 0) s << " param:" << item.param;
-        if (item.value) s << " =" << *item.value;
-        if (item.value2) s << " @" << *item.value2;
-        if (item.value3) s << " value3";
-    }
-    return s.str();
-}
 
 TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
     // The second opcode has its top bit set: it must arrive as the same 32 bits.
@@ -45,7 +23,7 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
     const std::map<std::string, std::string> map{{"b", "2"}, {"a", "1"}},
             xy{{"y", "1"}, {"x", "2"}};
     const std::string items = " | 10108a0 =1 | 80000001 =2";
-    const std::string pathItems = " marker:zdbdebug | 0 =1 @a | 0 =2 @b";
+    const std::string pathItems = " paths:zdbdebug | 0 =1 @a | 0 =2 @b";
     Strings out;
     std::map<std::string, std::string> outMap;
     const std::vector<std::pair<std::string, std::function<void()>>> cases = {
@@ -72,12 +50,12 @@ TEST_F(HalclientTest, EveryRequestBuildsItsParcel) {
              [&] { vela_resctl_request_with_callback_by_path(3, 5, ab, v12, 4, 0, 9, receiver); }},
             {"0 0 0 0 9" + pathItems, [&] { vela_res_state_request_by_path(ab, v12, 9, out); }},
             // Values go along only when there is one per path.
-            {"0 0 0 0 9 marker:zdbdebug | 0 @a | 0 @b",
+            {"0 0 0 0 9 paths:zdbdebug | 0 @a | 0 @b",
              [&] { vela_res_state_request_by_path(ab, v1, 9, out); }},
             {"0 0 0 0 9" + pathItems, [&] { vela_res_state_request_map_by_path(map, 9, outMap); }},
-            {"0 0 0 0 9 marker:zdbdebug | 0 @a | 0 @b",
+            {"0 0 0 0 9 paths:zdbdebug | 0 @a | 0 @b",
              [&] { vela_res_listening_register_by_path(ab, 9, receiver); }},
-            {"0 0 0 0 9 marker:zdbdebug | 0 =2 @x | 0 =1 @y",
+            {"0 0 0 0 9 paths:zdbdebug | 0 =2 @x | 0 =1 @y",
              [&] { vela_res_listening_register_map_by_path(xy, 9, receiver); }},
             // The service knows the diagnostic commands by their codes; 9 is unused.
             {"5 0 0 1 0 | 0", velaDumpToDoQueue},

@@ -11,6 +11,7 @@
 
 #include "FakeVela.h"
 #include "ServiceHarness.h"
+#include "Waiter.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -26,7 +27,6 @@
 
 using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
-
 
 namespace {
 
@@ -97,17 +97,16 @@ protected:
         return reply.status;
     }
 
-    static std::vector<uint8_t> tokenThen(std::vector<int32_t> words) {
+    // The bytes of a parcel holding the interface token, then `text` if given, then `words`.
+    static std::vector<uint8_t> tokenThen(std::vector<int32_t> words, const char* text = nullptr) {
         ndk::ScopedAParcel p(AParcel_create());
-        std::string token = IVela::descriptor;
-        AParcel_writeString(p.get(), token.c_str(), static_cast<int32_t>(token.size()));
+        ndk::AParcel_writeString(p.get(), std::string(IVela::descriptor));
+        if (text != nullptr) ndk::AParcel_writeString(p.get(), std::string(text));
         for (int32_t w : words) AParcel_writeInt32(p.get(), w);
         std::vector<uint8_t> out(AParcel_getDataSize(p.get()));
         AParcel_setDataPosition(p.get(), 0);
         for (size_t i = 0; i < out.size(); i += 4) {
-            int32_t w;
-            AParcel_readInt32(p.get(), &w);
-            memcpy(out.data() + i, &w, 4);
+            AParcel_readInt32(p.get(), reinterpret_cast<int32_t*>(out.data() + i));
         }
         return out;
     }
@@ -150,23 +149,19 @@ protected:
 
 TEST_F(Malformed, GarbageAndLiesAboutSizesCloseOnlyThatConnection) {
     EXPECT_TRUE(closedAfter({'G', 'E', 'T', ' ', '/', '\n'}));
-    WireHeader h{};
-    h.magic = kWireMagic;
-    h.type = kWireTransact;
-    h.dataSize = 0xfffffff0u;  // absurd length
-    std::vector<uint8_t> bytes(sizeof(h));
-    memcpy(bytes.data(), &h, sizeof(h));
-    EXPECT_TRUE(closedAfter(bytes));
-    h.dataSize = 64;  // truncated: promises more than it sends
-    memcpy(bytes.data(), &h, sizeof(h));
-    EXPECT_TRUE(closedAfter(bytes));
-    h.dataSize = 0;
-    h.type = 99;  // unknown message type
-    memcpy(bytes.data(), &h, sizeof(h));
-    EXPECT_TRUE(closedAfter(bytes));
-    h.type = kWireReply;  // a reply nobody asked for
-    memcpy(bytes.data(), &h, sizeof(h));
-    EXPECT_TRUE(closedAfter(bytes));
+    // An absurd length, a truncated message (more promised than sent), an unknown message
+    // type, and a reply nobody asked for.
+    const std::pair<uint32_t, uint32_t> lies[] = {
+            {kWireTransact, 0xfffffff0u}, {kWireTransact, 64}, {99, 0}, {kWireReply, 0}};
+    for (auto [type, size] : lies) {
+        WireHeader h{};
+        h.magic = kWireMagic;
+        h.type = type;
+        h.dataSize = size;
+        std::vector<uint8_t> bytes(sizeof(h));
+        memcpy(bytes.data(), &h, sizeof(h));
+        EXPECT_TRUE(closedAfter(bytes)) << "type " << type << ", size " << size;
+    }
     expectServiceStillWorks();
 }
 
@@ -194,10 +189,8 @@ TEST_F(Malformed, BadContentsFailTheTransactionNotTheService) {
 
 TEST_F(Malformed, ConnectionsDoNotPileUp) {
     for (int i = 0; i < 50; ++i) closedAfter({1, 2, 3, 4});
-    for (int i = 0; i < 100 && HostBinder_connectionCount() > 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_EQ(0, HostBinder_connectionCount());
+    EXPECT_TRUE(waitUntil([] { return HostBinder_connectionCount() == 0; }))
+            << HostBinder_connectionCount() << " connections left";
 }
 
 TEST_F(Malformed, IdleAndHalfSentConnectionsCostOthersNothing) {
@@ -233,17 +226,9 @@ TEST_F(Malformed, APeerThatNeverReadsIsDisconnectedWhileOthersAreAnswered) {
         *out = big;
         return Status::ok();
     });
-    ndk::ScopedAParcel request(AParcel_create());
-    ndk::AParcel_writeString(request.get(), std::string(IVela::descriptor));
-    ndk::AParcel_writeString(request.get(), std::string("key"));
-    std::vector<uint8_t> data(AParcel_getDataSize(request.get()));
-    AParcel_setDataPosition(request.get(), 0);
-    for (size_t i = 0; i < data.size(); i += 4) {
-        AParcel_readInt32(request.get(), reinterpret_cast<int32_t*>(data.data() + i));
-    }
     std::vector<uint8_t> requests;
     for (int i = 0; i < kRequests; ++i) {
-        std::vector<uint8_t> one = frame(FIRST_CALL_TRANSACTION + 6, data);
+        std::vector<uint8_t> one = frame(FIRST_CALL_TRANSACTION + 6, tokenThen({}, "key"));
         requests.insert(requests.end(), one.begin(), one.end());
     }
     int hog = rawConnect();

@@ -17,21 +17,21 @@ protected:
 TEST_F(PaxEvent, EveryCallBuildsItsParcel) {
     Resources two{{0x10, "a"}, {0x80000001u, std::nullopt}}, one{{3, "v"}}, none;
     const std::vector<std::pair<std::string, std::function<void()>>> cases = {
-            {"8 0 -1 0 0 pkg:com.app id:id1 | 5/0/~ 16/0/a -2147483647/0/~",
+            {"8 0 -1 0 0 pkg:com.app id:id1 | 5 | 10 =a | 80000001",
              [&] { PaxEventAcquire(5, "com.app", "id1", -1, two); }},
             // Reserved command ids select the kind instead of becoming an item.
-            {"1 0 1 0 0 pkg:p id:i |", [&] { PaxEventAcquire(-2, "p", "i", 1, none); }},
+            {"1 0 1 0 0 pkg:p id:i", [&] { PaxEventAcquire(-2, "p", "i", 1, none); }},
             // The shortcuts: no package for plain resources; identity before package for
             // platform ones.
-            {"1 0 300 0 0 pkg: id:ident | 3/0/v",
+            {"1 0 300 0 0 pkg: id:ident | 3 =v",
              [&] { PaxResAcquire(one, nullptr, "ident", 300); }},
-            {"12 0 7 0 0 pkg:pkg id:ident | 3/0/v",
+            {"12 0 7 0 0 pkg:pkg id:ident | 3 =v",
              [&] { PaxPlatformResAcquire(one, nullptr, "ident", "pkg", 7); }},
             // Empty texts travel as present empty strings.
-            {"8 0 0 0 0 pkg: id: | 7/0/~", [&] { PaxEventAcquire(7, "", "", 0, none); }},
+            {"8 0 0 0 0 pkg: id: | 7", [&] { PaxEventAcquire(7, "", "", 0, none); }},
             // One item per value, and each value's text among the paths at its position.
-            {"10 0 0 0 0 | 32/4/~", [] { PaxNotify(0x20, 4, {}); }},
-            {"10 0 0 0 0 path:1 path:2 path:-30 | 32/4/~ 32/4/~ 32/4/~",
+            {"10 0 0 0 0 | 20 param:4", [] { PaxNotify(0x20, 4, {}); }},
+            {"10 0 0 0 0 paths:1,2,-30 | 20 param:4 | 20 param:4 | 20 param:4",
              [] {
                  PaxNotify(0x20, 4, {1, 2, -30});
              }},
@@ -95,7 +95,7 @@ TEST_F(PaxEvent, SystemInfoAndRulesPassTheirArgumentsThrough) {
             .WillOnce(testing::DoAll(testing::SaveArg<2>(&items), reply(2)));
     Resources resources{{1, "x"}, {2, std::nullopt}};
     EXPECT_EQ(paxRuleCtl(4, -1, resources), 2);
-    EXPECT_EQ(itemTexts(items), " 1/0/x 2/0/");
+    EXPECT_EQ(describe(items), " | 1 =x | 2 =");
     EXPECT_TRUE(logged(ANDROID_LOG_INFO, "paxRuleCtl, ruleId:4, status:-1"));
 }
 

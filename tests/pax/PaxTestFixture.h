@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,32 +20,6 @@ inline constexpr char kTag[] = "[PAX_CLIENT]";
 using ::testing::_;
 using Resources = std::vector<PaxClient::Resource>;
 using Texts = std::vector<std::string>;
-
-// " id/param/value" per item, "~" for an absent value; request items never carry the other texts.
-inline std::string itemTexts(const std::vector<VelaRequestData>& items) {
-    std::string out;
-    for (const VelaRequestData& item : items) {
-        out += " " + std::to_string(item.id) + "/" + std::to_string(item.param) + "/" +
-               item.value.value_or("~") + (item.value2 || item.value3 ? "+extra" : "");
-    }
-    return out;
-}
-
-// "kind param1 param2 param4 param6", the optional parts that are present, then "|" and the
-// items: one line per parcel, where anything unexpected shows up as an extra word.
-inline std::string describe(const VelaRequestParcel& p) {
-    std::ostringstream s;
-    s << p.requestType << ' ' << p.param1 << ' ' << p.param2 << ' ' << p.param4 << ' ' << p.param6;
-    if (p.optionFlag) s << " flag";
-    if (p.callback) s << " callback";
-    if (p.packageName) s << " pkg:" << *p.packageName;
-    if (p.identity) s << " id:" << *p.identity;
-    if (p.paths) {
-        for (const auto& text : *p.paths) s << " path:" << text.value_or("null");
-    }
-    if (p.extraValues) s << " extras";
-    return s.str() + " |" + itemTexts(p.requestDatas);
-}
 
 inline bool paxConnected() {
     std::shared_lock<std::shared_timed_mutex> lock(pax::g_pax_hal_mutex);

@@ -1,5 +1,6 @@
 #include "FakeVela.h"
 
+#include <sstream>
 #include <utility>
 
 namespace paxtest {
@@ -13,6 +14,38 @@ VelaRequestData makeItem(int32_t id, int32_t param, std::optional<std::string> v
     item.value2 = std::move(value2);
     item.value3 = std::move(value3);
     return item;
+}
+
+std::string describe(const std::vector<VelaRequestData>& items) {
+    std::ostringstream s;
+    for (const auto& item : items) {
+        s << " | " << std::hex << static_cast<uint32_t>(item.id) << std::dec;
+        if (item.param != 0) s << " param:" << item.param;
+        if (item.value) s << " =" << *item.value;
+        if (item.value2) s << " @" << *item.value2;
+        if (item.value3) s << " value3:" << *item.value3;
+    }
+    return s.str();
+}
+
+std::string describe(const VelaRequestParcel& p) {
+    std::ostringstream s;
+    s << p.requestType << ' ' << p.param1 << ' ' << p.param2 << ' ' << p.param4 << ' ' << p.param6;
+    if (p.optionFlag) s << " flag";
+    if (p.callback) s << " callback";
+    if (p.packageName) s << " pkg:" << *p.packageName;
+    if (p.identity) s << " id:" << *p.identity;
+    const char* separator = " paths:";
+    for (const auto& text : p.paths.value_or(std::vector<std::optional<std::string>>{})) {
+        s << std::exchange(separator, ",") << text.value_or("null");
+    }
+    if (p.paths && p.paths->empty()) s << separator;
+    separator = " extras:";
+    for (int64_t value : p.extraValues.value_or(std::vector<int64_t>{})) {
+        s << std::exchange(separator, ",") << value;
+    }
+    if (p.extraValues && p.extraValues->empty()) s << separator;
+    return s.str() + describe(p.requestDatas);
 }
 
 MockVela::MockVela() {

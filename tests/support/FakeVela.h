@@ -39,6 +39,13 @@ VelaRequestData makeItem(int32_t id, int32_t param = 0, std::optional<std::strin
                          std::optional<std::string> value2 = {},
                          std::optional<std::string> value3 = {});
 
+// One line per parcel, so that a test compares whole parcels and anything unexpected shows up
+// as an extra word: "kind param1 param2 param4 param6", the optional parts that are present
+// (flag, callback, pkg:, id:, paths:, extras:), then the items.
+std::string describe(const VelaRequestParcel& parcel);
+// " | id" per item, the id in hex, then " param:", " =value", " @value2", " value3:" as present.
+std::string describe(const std::vector<VelaRequestData>& items);
+
 // Actions. reply(v) answers ok with v in the out-argument (every method's last one).
 template <typename T>
 auto reply(T value) {
@@ -56,14 +63,6 @@ inline auto serviceSpecific(int32_t code) {
 // The transaction itself fails: no exception from the service, a failed call.
 inline auto transactionError(binder_status_t code) {
     return [code](auto&&...) { return Status::fromStatus(code); };
-}
-// Calls the request's callback with `items` from inside the call, then answers `handle`.
-inline auto answerThroughCallback(Items items, int32_t handle = 1) {
-    return [items, handle](const VelaRequestParcel& request, int32_t* out) {
-        if (request.callback != nullptr) request.callback->onCallback(items);
-        *out = handle;
-        return Status::ok();
-    };
 }
 
 class MockVela : public ::aidl::vendor::norvo::hardware::vela::BnVela {

@@ -1,6 +1,5 @@
 #include "LogCapture.h"
 
-#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 
@@ -20,8 +19,7 @@ struct LogCaptureHook {
     static void logger(const struct __android_logger_data* data, const char* message) {
         std::lock_guard<std::mutex> lock(mutex());
         LogCapture* capture = active();
-        if (capture == nullptr || capture->mEcho) __android_log_stderr_logger(data, message);
-        if (capture == nullptr) return;
+        if (capture == nullptr) return __android_log_stderr_logger(data, message);
         std::lock_guard<std::mutex> captureLock(capture->mMutex);
         capture->mLines.push_back(LogLine{data->tag != nullptr ? data->tag : "", data->priority,
                                           message != nullptr ? message : ""});
@@ -29,7 +27,7 @@ struct LogCaptureHook {
     }
 };
 
-LogCapture::LogCapture() : mEcho(getenv("PAX_TEST_LOG_ECHO") != nullptr) {
+LogCapture::LogCapture() {
     {
         std::lock_guard<std::mutex> lock(LogCaptureHook::mutex());
         if (LogCaptureHook::active() != nullptr) {

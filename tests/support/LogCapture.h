@@ -7,8 +7,8 @@
 //
 // Only one capture may exist at a time (the logger hook is process-wide); a second one throws
 // std::logic_error. While a capture exists the minimum log priority is debug; the destructor
-// restores the previous minimum and the stderr logger. Lines also go to stderr when
-// PAX_TEST_LOG_ECHO is set. All members are thread-safe: lines arrive from binder threads too.
+// restores the previous minimum and the stderr logger. All members are thread-safe: lines
+// arrive from binder threads too.
 #pragma once
 
 #include <android/log.h>
@@ -60,7 +60,6 @@ private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     std::vector<LogLine> mLines;
-    bool mEcho = false;
     int mPreviousMinimum = ANDROID_LOG_DEFAULT;
 };
 

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -199,152 +198,60 @@ status
     }
 }
 
-// What a user gets wrong, with the exit code and the first line each program answers.
+// What a user gets wrong: the exit code, and what the first line of the answer says.
 struct BadInput {
     const char* program;
     std::vector<std::string> args;
     int exitCode;
-    std::string firstLine;  // of stderr
+    std::string says;
 };
 
 const char* const kVelactl = VELACTL_PATH;
 const char* const kService = VELA_SERVICE_PATH;
 
 TEST(VelactlTest, BadInputIsRefusedBeforeAnythingIsSentWithItsOwnExitCode) {
-    const std::string many = [] {
-        std::string script = "request";
-        for (int i = 0; i < 257; ++i) script += " cpu.little.freq_min=1";
-        return script;
-    }();
+    std::string many = "request";
+    for (int i = 0; i < 257; ++i) many += " cpu.little.freq_min=1";
     const std::vector<BadInput> table = {
-            {kVelactl,
-             {"staet", "1"},
-             64,
-             "velactl: unknown command 'staet', did you mean state? (velactl --help lists them)"},
-            {kVelactl,
-             {"--bogus", "status"},
-             64,
-             "velactl: unknown option '--bogus' before the command (velactl --help lists the "
-             "options)"},
-            {kVelactl,
-             {"request"},
-             64,
-             "velactl: request: RESOURCE is required (velactl request --help)"},
-            {kVelactl, {"prop", "get"}, 64, "velactl: prop: KEY is required (velactl prop --help)"},
-            {kVelactl,
-             {"game-upgrade-clear", "1"},
-             64,
-             "velactl: game-upgrade-clear: STATUS is required (velactl game-upgrade-clear --help)"},
-            {kVelactl,
-             {"request", "0x01010010=1", "-d", "-5"},
-             65,
-             "velactl: request: --duration: -5 is negative; give 0 (until released) to 604800000 "
-             "ms (7 days, the longest the service holds a request)"},
-            {kVelactl,
-             {"request", "0x01010010=1", "-d", "604800001"},
-             65,
-             "velactl: request: --duration: 604800001 is out of range; give 0 (until released) to "
-             "604800000 ms (7 days, the longest the service holds a request)"},
-            {kVelactl,
-             {"request", "0x01010010=1", "-d", "5ms"},
-             65,
-             "velactl: request: --duration: '5ms' is not a whole number (write it in decimal, or "
-             "in hexadecimal after 0x)"},
-            {kVelactl,
-             {"listen", "0x01010010", "--count", "x"},
-             65,
-             "velactl: listen: --count: 'x' is not a whole number (write it in decimal, or in "
-             "hexadecimal after 0x)"},
-            {kVelactl,
-             {"listen", "0x01010010", "--count", "0"},
-             65,
-             "velactl: listen: --count: 0 is out of range; give 1 to 2147483647"},
-            {kVelactl,
-             {"release", "0"},
-             65,
-             "velactl: release: HANDLE: 0 is out of range; give a handle velactl printed (1 or "
-             "more)"},
-            {kVelactl,
-             {"release", "1", "--via", "pak"},
-             65,
-             "velactl: release: --via: 'pak' is no layer, did you mean pax, hal or sa? (hal, sa, "
-             "pax or wrapper)"},
-            {kVelactl,
-             {"release", "010"},
-             1,
-             "velactl: release 10: refused by the service: unknown handle (-2)"},
-            {kVelactl,
-             {"request", "0x01010010"},
-             65,
-             "velactl: '0x01010010' needs a value: 0x01010010=VALUE"},
-            {kVelactl,
-             {"request", "cpu.litle.freq_min=1"},
-             65,
-             "velactl: malformed opcode 'cpu.litle.freq_min': not a resource name, did you mean "
-             "cpu.little.freq_min, cpu.little.freq_max or cpu.big.freq_min? (or give an opcode "
-             "such as 0x010108a0, or a path starting with '/')"},
-            {kVelactl,
-             {"request", "/sys/../x=1"},
-             65,
-             "velactl: path '/sys/../x' is not acceptable (no \"..\" components, at most 512 "
-             "bytes)"},
-            {kVelactl,
-             {"run", "-"},
-             65,
-             "velactl: 257 resources in one request; the service takes at most 256"},
-            {kVelactl,
-             {"acquire", "ACTION_LANCH"},
-             65,
-             "velactl: unknown action 'ACTION_LANCH', did you mean ACTION_LAUNCH or ACTION_CAST? "
-             "(velactl actions lists them)"},
-            {kVelactl,
-             {"acquire", "9999"},
-             65,
-             "velactl: event id 9999 is not in the action table (0 to 198; velactl actions lists "
-             "them)"},
-            {kVelactl,
-             {"thermal", "1=hot"},
-             65,
-             "velactl: malformed thermal level 'hot': expected a whole number (decimal, or "
-             "hexadecimal after 0x)"},
-            {kVelactl,
-             {"prop", "set", "ro.vendor.x", "1"},
-             65,
-             "velactl: property ro.vendor.x cannot be set: keys are 1 to 128 bytes, and ro. ones "
-             "are read-only"},
-            {kVelactl,
-             {"state", "0x0101001"},
-             2,
-             "velactl: no value for 0x00101001 (not a resource velactl's configuration names, did "
-             "you mean 0x01010010, 0x01010020 or 0x01010030?)"},
-            {kVelactl,
-             {"prop", "get", "vendor.none"},
-             2,
-             "velactl: no property vendor.none (or it is set to an empty text)"},
-            {kVelactl,
-             {"run", "/nonexistent/script"},
-             66,
-             "velactl: cannot read /nonexistent/script: No such file or directory"},
-            {kService, {"--bogus"}, 64, "vela-service: unrecognized option '--bogus'"},
-            {kService, {"extra"}, 64, "vela-service: unexpected argument 'extra'"},
-            {kService,
-             {"--config", "/nonexistent.json"},
-             66,
-             "vela-service: cannot open /nonexistent.json: No such file or directory"},
+            {kVelactl, {"staet", "1"}, 64, "unknown command 'staet', did you mean state?"},
+            {kVelactl, {"--bogus", "status"}, 64, "unknown option '--bogus' before the command"},
+            {kVelactl, {"request"}, 64, "request: RESOURCE is required (velactl request --help)"},
+            {kVelactl, {"prop", "get"}, 64, "prop: KEY is required"},
+            {kVelactl, {"game-upgrade-clear", "1"}, 64, "game-upgrade-clear: STATUS is required"},
+            {kVelactl, {"request", "0x01010010=1", "-d", "-5"}, 65,
+             "--duration: -5 is negative; give 0 (until released) to 604800000 ms"},
+            {kVelactl, {"request", "0x01010010=1", "-d", "604800001"}, 65,
+             "--duration: 604800001 is out of range"},
+            {kVelactl, {"request", "0x01010010=1", "-d", "5ms"}, 65,
+             "--duration: '5ms' is not a whole number (write it in decimal, or in hexadecimal"},
+            {kVelactl, {"listen", "0x01010010", "--count", "0"}, 65,
+             "--count: 0 is out of range; give 1 to 2147483647"},
+            {kVelactl, {"release", "0"}, 65, "HANDLE: 0 is out of range"},
+            {kVelactl, {"release", "1", "--via", "pak"}, 65, "'pak' is no layer, did you mean pax"},
+            {kVelactl, {"release", "010"}, 1, "release 10: refused by the service: unknown handle"},
+            {kVelactl, {"request", "0x01010010"}, 65, "'0x01010010' needs a value"},
+            {kVelactl, {"request", "cpu.litle.freq_min=1"}, 65,
+             "malformed opcode 'cpu.litle.freq_min': not a resource name, did you mean "
+             "cpu.little.freq_min,"},
+            {kVelactl, {"request", "/sys/../x=1"}, 65, "path '/sys/../x' is not acceptable"},
+            {kVelactl, {"run", "-"}, 65, "257 resources in one request; the service takes at most 256"},
+            {kVelactl, {"acquire", "ACTION_LANCH"}, 65, "did you mean ACTION_LAUNCH"},
+            {kVelactl, {"acquire", "9999"}, 65, "event id 9999 is not in the action table"},
+            {kVelactl, {"thermal", "1=hot"}, 65, "malformed thermal level 'hot'"},
+            {kVelactl, {"prop", "set", "ro.vendor.x", "1"}, 65, "ro.vendor.x cannot be set"},
+            {kVelactl, {"state", "0x0101001"}, 2, "no value for 0x00101001"},
+            {kVelactl, {"prop", "get", "vendor.none"}, 2, "no property vendor.none"},
+            {kVelactl, {"run", "/nonexistent/script"}, 66, "cannot read /nonexistent/script: No such"},
+            {kService, {"--bogus"}, 64, "unrecognized option '--bogus'"},
+            {kService, {"extra"}, 64, "unexpected argument 'extra'"},
+            {kService, {"--config", "/nonexistent.json"}, 66, "cannot open /nonexistent.json: No such"},
     };
     for (const BadInput& bad : table) {
         std::vector<std::string> args = bad.args;
         if (bad.program == kVelactl) args.insert(args.begin(), "--embedded");
-        const bool scripted = args.back() == "-";
-        const std::unique_ptr<Launch> child = launch(bad.program, args, scripted ? many : "");
-        const Outcome run = finish(*child);
-        std::string first = run.err.substr(0, run.err.find('\n'));
-        // getopt names the program as it was started.
-        if (first.rfind(VELA_SERVICE_PATH, 0) == 0) {
-            first = "vela-service" + first.substr(strlen(VELA_SERVICE_PATH));
-        }
+        const Outcome run = finish(*launch(bad.program, args, args.back() == "-" ? many : ""));
         EXPECT_EQ(run.exitCode, bad.exitCode) << run;
-        EXPECT_EQ(first, bad.firstLine) << run;
+        EXPECT_NE(run.err.substr(0, run.err.find('\n')).find(bad.says), std::string::npos) << run;
     }
 }
 
