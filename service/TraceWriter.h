@@ -24,6 +24,11 @@ public:
     static std::unique_ptr<TraceWriter> open(const std::string& path, std::string* error);
     ~TraceWriter();  // closes the array
 
+    // Ends the slices still open, writes a last event and closes the array. Later calls write
+    // nothing: a process that leaves with _exit (velactl) closes the file first, while the
+    // service's threads may still be reporting.
+    void close();
+
     // A resource's value in force. Values that are not integers show as an instant instead
     // (a counter track can only hold numbers).
     void counter(const std::string& track, const std::string& value);

@@ -1,6 +1,6 @@
 // vela-service: the reference resource-control service.
 //
-//   vela-service [-v|-q]... [--config FILE] [--sysfs-root DIR]
+//   vela-service [-v|-q]... [--config FILE] [--sysfs-root DIR] [--trace FILE]
 //
 // Serves "vendor.norvo.hardware.vela.IVela/default" until killed: on a host in $HOSTBINDER_DIR,
 // on a device with the service manager. Options are read with getopt_long rather than a
@@ -25,6 +25,7 @@
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
 using aidl::vendor::norvo::hardware::vela::impl::registerService;
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
+using aidl::vendor::norvo::hardware::vela::impl::TraceWriter;
 using aidl::vendor::norvo::hardware::vela::impl::VelaService;
 namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
 
@@ -37,6 +38,7 @@ constexpr const char kUsage[] =
         "Options:\n"
         "  --config FILE      scenario configuration (JSON); the built-in one when not given\n"
         "  --sysfs-root DIR   mirror path resources as files under DIR\n"
+        "  --trace FILE       write a timeline to FILE (trace-event JSON: ui.perfetto.dev)\n"
         "  -v, --verbose      log more (debug, then verbose); the default is info\n"
         "  -q, --quiet        log less (warnings, then errors only)\n"
         "  -h, --help         show this help and exit\n"
@@ -50,6 +52,7 @@ constexpr const char kUsage[] =
 struct Args {
     std::string configFile;
     std::string sysfsRoot;
+    std::string traceFile;
     int louder = 0;
     int quieter = 0;
 };
@@ -59,6 +62,7 @@ int parseArgs(int argc, char** argv, Args* args) {
     static const option kOptions[] = {
             {"config", required_argument, nullptr, 'c'},
             {"sysfs-root", required_argument, nullptr, 's'},
+            {"trace", required_argument, nullptr, 't'},
             {"verbose", no_argument, nullptr, 'v'},
             {"quiet", no_argument, nullptr, 'q'},
             {"help", no_argument, nullptr, 'h'},
@@ -73,6 +77,9 @@ int parseArgs(int argc, char** argv, Args* args) {
                 break;
             case 's':
                 args->sysfsRoot = optarg;
+                break;
+            case 't':
+                args->traceFile = optarg;
                 break;
             case 'v':
                 ++args->louder;
@@ -124,6 +131,16 @@ int main(int argc, char** argv) {
         options.config = std::move(*config);
     }
     options.sysfsRoot = args.sysfsRoot;
+    if (!args.traceFile.empty()) {
+        std::string error;
+        options.trace = TraceWriter::open(args.traceFile, &error);
+        // 66, a file named on the command line that cannot be opened: what the user fixes is
+        // the path, as with --config. 70 would blame the program.
+        if (!options.trace) {
+            fprintf(stderr, "vela-service: %s\n", error.c_str());
+            return vela_exit::kNoInput;
+        }
+    }
 
     ABinderProcess_setThreadPoolMaxThreadCount(8);
 

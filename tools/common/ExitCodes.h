@@ -10,7 +10,7 @@ enum Code : int {
     kNoValue = 2,        // nothing came back: no value, or fewer callbacks than awaited
     kUsage = 64,         // the command line is wrong: unknown command, option or name
     kDataError = 65,     // a value is malformed or out of range (number, resource, config)
-    kNoInput = 66,       // an input file cannot be opened
+    kNoInput = 66,       // a file named on the command line cannot be opened
     kUnavailable = 69,   // the service is not running, or went away
     kSoftware = 70,      // an internal error
     kInterrupted = 130,  // stopped by SIGINT (Ctrl-C)
@@ -24,7 +24,7 @@ inline constexpr const char kTable[] =
         "  2    nothing came back: no value for what was asked, or fewer callbacks than awaited\n"
         "  64   usage: unknown command, option or name, or a missing argument\n"
         "  65   data: a malformed or out-of-range value (number, resource, configuration)\n"
-        "  66   an input file cannot be opened\n"
+        "  66   a file cannot be opened: an input, or a --trace output\n"
         "  69   the service is not running, or went away\n"
         "  70   internal error\n"
         "  130  interrupted (Ctrl-C)\n";

@@ -5,7 +5,8 @@ namespace velactl {
 namespace {
 
 constexpr const char kGlobalOptions[] =
-        "--json -v --verbose -q --quiet --embedded --config --sysfs-root --help --version";
+        "--json -v --verbose -q --quiet --embedded --config --sysfs-root --trace --help "
+        "--version";
 
 }  // namespace
 
@@ -25,11 +26,12 @@ std::string bashCompletion(Commands& commands) {
            "_velactl() {\n"
            "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} command= i\n"
            "    case $prev in\n"
-           "        --config|--sysfs-root) COMPREPLY=($(compgen -f -- \"$cur\")); return ;;\n"
+           "        --config|--sysfs-root|--trace) COMPREPLY=($(compgen -f -- \"$cur\")); return "
+           ";;\n"
            "    esac\n"
            "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
            "        case ${COMP_WORDS[i]} in\n"
-           "            --config|--sysfs-root) ((i++)) ;;\n"
+           "            --config|--sysfs-root|--trace) ((i++)) ;;\n"
            "            -*) ;;\n"
            "            *) command=${COMP_WORDS[i]}; break ;;\n"
            "        esac\n"

@@ -14,6 +14,7 @@
 #include "ExitCodes.h"
 #include "Output.h"
 #include "ScenarioConfig.h"
+#include "TraceWriter.h"
 
 namespace velactl {
 
@@ -41,6 +42,8 @@ struct Context {
             commandLine;  // inside `run` or `demo`: listeners stay in the background
     aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig config;
     std::unique_ptr<EmbeddedService> embedded;
+    // The embedded service's timeline (--trace), closed before velactl leaves.
+    std::shared_ptr<aidl::vendor::norvo::hardware::vela::impl::TraceWriter> trace;
     // The last request handle and listener handle a command printed; scripts refer to them
     // as $handle and $listener.
     int32_t lastHandle = 0;

@@ -36,6 +36,8 @@ const char kUsage[] =
         "  --embedded        start a reference service inside velactl, in a private directory\n"
         "  --config FILE     scenario configuration: the embedded service's, and resource names\n"
         "  --sysfs-root DIR  the embedded service mirrors path resources as files under DIR\n"
+        "  --trace FILE      the embedded service writes a timeline to FILE (trace-event JSON,\n"
+        "                    which ui.perfetto.dev opens)\n"
         "  -h, --help        show this help; COMMAND --help shows a command's own\n"
         "  --version         show the version\n"
         "\n"
@@ -55,6 +57,7 @@ const char kEnvironment[] =
     // threads may still be reading them, and a service stopped under the library's feet would
     // read to it as the service dying. The process ending takes everything with it.
     if (ctx.embedded) ctx.embedded->removeDirectory();
+    if (ctx.trace) ctx.trace->close();  // no destructor runs: the array is closed here
     fflush(stdout);
     fflush(stderr);
     _exit(rc);
@@ -63,7 +66,7 @@ const char kEnvironment[] =
 struct Globals {
     bool json = false, embedded = false, help = false, version = false;
     int louder = 0, quieter = 0;
-    std::string configFile, sysfsRoot, completion;
+    std::string configFile, sysfsRoot, traceFile, completion;
     std::vector<std::string> rest;
 };
 
@@ -104,7 +107,7 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
         } else if (word == "--version") {
             g->version = true;
         } else if (value("--config", &g->configFile) || value("--sysfs-root", &g->sysfsRoot) ||
-                   value("--completion", &g->completion)) {
+                   value("--trace", &g->traceFile) || value("--completion", &g->completion)) {
             if (missing) {
                 fprintf(stderr, "velactl: %s needs a value\n", word.c_str());
                 return kExitUsage;
@@ -152,6 +155,10 @@ int main(int argc, char** argv) {
         ctx.out.error("--sysfs-root is for the embedded service: add --embedded");
         finish(ctx, kExitUsage);
     }
+    if (!g.traceFile.empty() && !g.embedded) {
+        ctx.out.error("--trace is for the embedded service: add --embedded");
+        finish(ctx, kExitUsage);
+    }
 
     Commands commands(ctx, Commands::Mode::kTopLevel);
     // Not in --help: the build runs `velactl --completion bash` to write the installed script.
@@ -178,6 +185,16 @@ int main(int argc, char** argv) {
         options.config = ctx.config;
         options.sysfsRoot = g.sysfsRoot;
         std::string error;
+        if (!g.traceFile.empty()) {
+            // 66 as for vela-service --trace: the path named is what to fix.
+            ctx.trace = aidl::vendor::norvo::hardware::vela::impl::TraceWriter::open(g.traceFile,
+                                                                                     &error);
+            if (!ctx.trace) {
+                ctx.out.error(error);
+                finish(ctx, kExitNoInput);
+            }
+            options.trace = ctx.trace;
+        }
         ctx.embedded = EmbeddedService::start(std::move(options), &error);
         if (!ctx.embedded) {
             ctx.out.error("cannot start the embedded service: " + error);

@@ -1,0 +1,158 @@
+// The timeline file: what a viewer reads back, closed or cut off, whatever the strings hold.
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "LogCapture.h"
+#include "TraceWriter.h"
+
+namespace aidl::vendor::norvo::hardware::vela::impl {
+namespace {
+
+class TraceWriterTest : public ::testing::Test {
+protected:
+    std::string path = ::testing::TempDir() + "trace-" + std::to_string(getpid()) + ".json";
+    void TearDown() override { unlink(path.c_str()); }
+
+    // The events, read strictly. A file never closed ends in ",\n": a viewer drops the comma
+    // and supplies the bracket, and so does this.
+    Json::Value events(bool closed) {
+        std::stringstream text;
+        text << std::ifstream(path).rdbuf();
+        std::string json = text.str();
+        if (!closed) {
+            EXPECT_EQ(json.substr(json.size() - 2), ",\n");
+            json = json.substr(0, json.size() - 2) + "]";
+        }
+        Json::CharReaderBuilder builder;
+        Json::CharReaderBuilder::strictMode(&builder.settings_);
+        Json::Value root;
+        std::string error;
+        std::istringstream in(json);
+        EXPECT_TRUE(Json::parseFromStream(builder, in, &root, &error)) << error << "\n" << json;
+        return root;
+    }
+};
+
+TEST_F(TraceWriterTest, RequestsCountersAndInstantsReadBackAfterClose) {
+    std::string error;
+    auto trace = TraceWriter::open(path, &error);
+    ASSERT_TRUE(trace) << error;
+    trace->begin(7, "ACTION_LAUNCH", {{"package", "com.example"}, {"duration", "500"}});
+    trace->begin(8, "event 0", {});
+    for (const char* value :
+         {"1200", "-3", "0x1f", "1.5", "", "12abc", "0x", "0x-1", "99999999999999999999", " 1"}) {
+        trace->counter("cpu.freq", value);
+    }
+    trace->end(7, "released");
+    trace->instant("thermal", "level 3", {{"level", "3"}});
+    trace.reset();
+
+    const Json::Value e = events(true);
+    ASSERT_EQ(e.size(), 17u);
+    EXPECT_EQ(e[0]["ph"], "M");
+    EXPECT_EQ(e[0]["args"]["name"], "vela-service");
+    EXPECT_EQ(e[1]["ph"], "b");
+    EXPECT_EQ(e[1]["id"], 7);
+    EXPECT_EQ(e[1]["args"]["package"], "com.example");
+    // Whole numbers are counters; anything else is an instant of the same name.
+    const int64_t numbers[] = {1200, -3, 31};
+    for (int i = 0; i < 10; ++i) {
+        const Json::Value& c = e[3 + i];
+        EXPECT_EQ(c["name"], "cpu.freq");
+        EXPECT_EQ(c["ph"], i < 3 ? "C" : "i") << i;
+        if (i < 3) {
+            EXPECT_EQ(c["args"]["value"].asInt64(), numbers[i]);
+        } else {
+            EXPECT_TRUE(c["args"]["value"].isString()) << i;
+        }
+    }
+    // Ends carry the begin's name (viewers pair on it) and how the request ended; the slice
+    // still open at close ends there.
+    EXPECT_EQ(e[13]["ph"], "e");
+    EXPECT_EQ(e[13]["name"], "ACTION_LAUNCH");
+    EXPECT_EQ(e[13]["args"]["ended"], "released");
+    EXPECT_EQ(e[15]["name"], "event 0");
+    EXPECT_EQ(e[15]["id"], 8);
+    EXPECT_EQ(e[16]["name"], "trace closed");
+    for (Json::ArrayIndex i = 1; i < e.size(); ++i) {
+        EXPECT_GE(e[i]["ts"].asInt64(), e[i - 1]["ts"].asInt64());
+        EXPECT_EQ(e[i]["pid"], getpid());
+    }
+}
+
+TEST_F(TraceWriterTest, HostileStringsStayValidJson) {
+    const std::string fffd = "\xEF\xBF\xBD";
+    const struct {
+        std::string raw, read;
+    } cases[] = {
+            {"q\"b\\s/", "q\"b\\s/"},
+            {std::string("nul\0\x01\x1f\n\t\x7f", 10), std::string("nul\0\x01\x1f\n\t\x7f", 10)},
+            {"é€😀", "é€😀"},
+            {"\xff|\xc0\x80|\xed\xa0\x80|\xf4\x90\x80\x80|\xe2\x82",
+             fffd + "|" + fffd + fffd + "|" + fffd + fffd + fffd + "|" + fffd + fffd + fffd + fffd +
+                     "|" + fffd + fffd},
+    };
+    std::string error;
+    auto trace = TraceWriter::open(path, &error);
+    ASSERT_TRUE(trace) << error;
+    for (const auto& c : cases) trace->instant(c.raw, c.raw, {{c.raw, c.raw}});
+    const Json::Value e = events(false);
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const Json::Value& event = e[static_cast<Json::ArrayIndex>(i + 1)];
+        EXPECT_EQ(event["cat"].asString(), cases[i].read) << i;
+        EXPECT_EQ(event["args"][cases[i].read].asString(), cases[i].read) << i;
+    }
+}
+
+TEST_F(TraceWriterTest, ThreadsWriteWholeLines) {
+    std::string error;
+    auto trace = TraceWriter::open(path, &error);
+    ASSERT_TRUE(trace) << error;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 100; ++i) {
+                trace->begin(t * 1000 + i, "control", {});
+                trace->counter("r" + std::to_string(t), std::to_string(i));
+                trace->end(t * 1000 + i, "expired");
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(events(false).size(), 1u + 4 * 100 * 3);
+}
+
+TEST_F(TraceWriterTest, AFullDiskStopsTracingWithOneLogLineAndWholeEvents) {
+    std::string error;
+    EXPECT_FALSE(TraceWriter::open("/nonexistent/dir/t.json", &error));
+    EXPECT_NE(error.find("/nonexistent/dir/t.json"), std::string::npos);
+    EXPECT_FALSE(TraceWriter::open("/dev/full", &error));
+
+    auto trace = TraceWriter::open(path, &error);
+    ASSERT_TRUE(trace) << error;
+    // The file size limit stands in for a full disk: writes past it fail with EFBIG.
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    rlimit small = old;
+    small.rlim_cur = 2000;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    paxtest::LogCapture log;
+    for (int i = 0; i < 100; ++i) trace->counter("resource", std::to_string(i));
+    trace.reset();
+    setrlimit(RLIMIT_FSIZE, &old);
+    EXPECT_EQ(log.linesContaining("tracing stops").size(), 1u) << log.dump();
+    const auto count = events(false).size();
+    EXPECT_GT(count, 5u);
+    EXPECT_LT(count, 100u);
+}
+
+}  // namespace
+}  // namespace aidl::vendor::norvo::hardware::vela::impl
