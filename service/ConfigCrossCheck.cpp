@@ -140,7 +140,7 @@ private:
                                                             "\" (integer or text)");
             rulesKnown = rulesKnown && type.has_value();
         }
-        info.arbitration = defaultArbitrationFor(info.name);
+        info.arbitration = implicitArbitration(info.name, info.type);
         if (const Json::Value& v = node["arbitration"]; v.isString()) {
             const auto rule = arbitrationNamed(v.asString());
             if (rule) info.arbitration = *rule;

@@ -93,7 +93,7 @@ bool readValueRules(const Json::Value& node, const std::string& where, ResourceI
     }
     text.reset();
     if (!readText(node, "arbitration", where, &text, error)) return false;
-    info->arbitration = defaultArbitrationFor(info->name);
+    info->arbitration = implicitArbitration(info->name, info->type);
     if (text) {
         auto rule = arbitrationNamed(*text);
         if (!rule) return fail(error, where + ": unknown arbitration \"" + *text + "\"");

@@ -37,6 +37,12 @@ struct ValueRange {
     int64_t hi = 0;
 };
 
+// The rule of a resource that declares none: the one its name suggests, but text has no order,
+// so a text resource named like a floor still takes the latest claim rather than be refused.
+inline Arbitration implicitArbitration(const std::string& name, ValueType type) {
+    return type == ValueType::kText ? Arbitration::kLatest : defaultArbitrationFor(name);
+}
+
 // A decimal integer with an optional sign and nothing around it; no octal, no hex, no blanks.
 std::optional<int64_t> parseDecimal(const std::string& text);
 
