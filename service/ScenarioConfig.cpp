@@ -69,7 +69,87 @@ bool readInt(const Json::Value& node, const char* field, const std::string& wher
     return true;
 }
 
+// "type", "range" and "arbitration" of a resource whose name is read already, and its default
+// checked against them.
+bool readValueRules(const Json::Value& node, const std::string& where, ResourceInfo* info,
+                    std::string* error) {
+    std::optional<std::string> text;
+    if (!readText(node, "type", where, &text, error)) return false;
+    if (text) {
+        auto type = valueTypeNamed(*text);
+        if (!type) return fail(error, where + ": unknown type \"" + *text + "\"");
+        info->type = *type;
+    }
+    if (node.isMember("range")) {
+        const Json::Value& v = node["range"];
+        if (info->type != ValueType::kInteger) {
+            return fail(error, where + ": a range needs an integer resource");
+        }
+        if (!v.isArray() || v.size() != 2 || !v[0].isInt64() || !v[1].isInt64() ||
+            v[0].asInt64() > v[1].asInt64()) {
+            return fail(error, where + ": \"range\" must be [lo, hi] with lo <= hi");
+        }
+        info->range = ValueRange{v[0].asInt64(), v[1].asInt64()};
+    }
+    text.reset();
+    if (!readText(node, "arbitration", where, &text, error)) return false;
+    info->arbitration = implicitArbitration(info->name, info->type);
+    if (text) {
+        auto rule = arbitrationNamed(*text);
+        if (!rule) return fail(error, where + ": unknown arbitration \"" + *text + "\"");
+        info->arbitration = *rule;
+    }
+    if (info->arbitration != Arbitration::kLatest && info->type != ValueType::kInteger) {
+        return fail(error, where + ": \"" + arbitrationName(info->arbitration) +
+                                   "\" arbitration needs an integer resource");
+    }
+    if (info->defaultValue) {
+        if (auto why = info->problemWith(*info->defaultValue)) {
+            return fail(error, where + ": default " + *why);
+        }
+    }
+    return true;
+}
+
 }  // namespace
+
+const char* valueTypeName(ValueType type) {
+    for (const ValueTypeName& entry : kValueTypeNames) {
+        if (entry.type == type) return entry.name;
+    }
+    return "integer";
+}
+
+std::optional<ValueType> valueTypeNamed(const std::string& name) {
+    for (const ValueTypeName& entry : kValueTypeNames) {
+        if (name == entry.name) return entry.type;
+    }
+    return std::nullopt;
+}
+
+std::optional<int64_t> parseDecimal(const std::string& text) {
+    // strtoll would take leading blanks, and base 0 would read "010" as octal.
+    size_t digits = text.empty() || (text[0] != '-' && text[0] != '+') ? 0 : 1;
+    if (digits == text.size()) return std::nullopt;
+    for (size_t i = digits; i < text.size(); ++i) {
+        if (!isdigit(static_cast<unsigned char>(text[i]))) return std::nullopt;
+    }
+    errno = 0;
+    const long long value = strtoll(text.c_str(), nullptr, 10);
+    if (errno != 0) return std::nullopt;
+    return static_cast<int64_t>(value);
+}
+
+std::optional<std::string> ResourceInfo::problemWith(const std::string& value) const {
+    if (type == ValueType::kText) return std::nullopt;
+    const auto number = parseDecimal(value);
+    if (!number) return "\"" + value + "\" is not a decimal integer";
+    if (range && (*number < range->lo || *number > range->hi)) {
+        return value + " is outside [" + std::to_string(range->lo) + ", " +
+               std::to_string(range->hi) + "]";
+    }
+    return std::nullopt;
+}
 
 std::optional<uint32_t> parseOpcode(const std::string& text) {
     // strtoull would take a sign or leading blanks; an opcode is digits only.
@@ -157,6 +237,7 @@ std::optional<ScenarioConfig> ScenarioConfig::parseOrThrow(const std::string& te
             return std::nullopt;
         }
         info.name = name.value_or("");
+        if (!readValueRules(node, where, &info, error)) return std::nullopt;
         if (config.mByKey.count(info.key) != 0) {
             fail(error, where + ": " + info.key.toString() + " is listed twice");
             return std::nullopt;
@@ -206,6 +287,13 @@ std::optional<ScenarioConfig> ScenarioConfig::parseOrThrow(const std::string& te
             if (!value) {
                 fail(error, itemWhere + ": needs a \"value\"");
                 return std::nullopt;
+            }
+            // A resource nobody declared takes any value, as it does from a client.
+            if (const ResourceInfo* info = config.infoFor(key)) {
+                if (auto why = info->problemWith(*value)) {
+                    fail(error, itemWhere + ": " + *why + " for " + key.toString());
+                    return std::nullopt;
+                }
             }
             scenario.resources.emplace_back(std::move(key), std::move(*value));
         }

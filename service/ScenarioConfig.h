@@ -9,14 +9,55 @@
 #include <string>
 #include <vector>
 
+#include "Arbitration.h"
 #include "ResourceTable.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
+
+// What a resource's values are: decimal integers (frequencies, counts, levels) or free text
+// (profiles, command words).
+enum class ValueType { kInteger, kText };
+
+struct ValueTypeName {
+    ValueType type;
+    const char* name;
+};
+inline constexpr ValueTypeName kValueTypeNames[] = {
+        {ValueType::kInteger, "integer"},
+        {ValueType::kText, "text"},
+};
+static_assert(sizeof(kValueTypeNames) / sizeof(kValueTypeNames[0]) == 2,
+              "every value type has exactly one name");
+const char* valueTypeName(ValueType type);
+std::optional<ValueType> valueTypeNamed(const std::string& name);
+
+// Both ends included.
+struct ValueRange {
+    int64_t lo = 0;
+    int64_t hi = 0;
+};
+
+// The rule of a resource that declares none: the one its name suggests, but text has no order,
+// so a text resource named like a floor still takes the latest claim rather than be refused.
+inline Arbitration implicitArbitration(const std::string& name, ValueType type) {
+    return type == ValueType::kText ? Arbitration::kLatest : defaultArbitrationFor(name);
+}
+
+// A decimal integer with an optional sign and nothing around it; no octal, no hex, no blanks.
+std::optional<int64_t> parseDecimal(const std::string& text);
 
 struct ResourceInfo {
     ResourceKey key;
     std::string name;
     std::optional<std::string> defaultValue;
+    Arbitration arbitration = Arbitration::kLatest;
+    ValueType type = ValueType::kInteger;
+    // Integers only; none means any 64-bit value.
+    std::optional<ValueRange> range;
+
+    // Why `value` cannot be held by this resource, or nothing when it can.
+    std::optional<std::string> problemWith(const std::string& value) const;
+    bool accepts(const std::string& value) const { return !problemWith(value).has_value(); }
 };
 
 struct Scenario {

@@ -37,12 +37,43 @@ TEST(ScenarioConfigTest, BrokenConfigurationsAreRefusedWithAReason) {
             {R"({"scenarios": [{"event": 3, "resources": []}, {"event": 3, "resources": []}]})",
              "listed twice"},
             {R"({"power": {"base_mw": "a lot"}})", "base_mw"},
+            {R"({"resources": [{"opcode": "1", "arbitration": "top"}]})", "unknown arbitration"},
+            {R"({"resources": [{"opcode": "1", "type": "real"}]})", "unknown type"},
+            {R"({"resources": [{"opcode": "1", "type": "text", "arbitration": "min"}]})",
+             "needs an integer resource"},
+            {R"({"resources": [{"opcode": "1", "type": "text", "range": [0, 1]}]})",
+             "needs an integer resource"},
+            {R"({"resources": [{"opcode": "1", "range": [2, 1]}]})", "lo <= hi"},
+            {R"({"resources": [{"opcode": "1", "range": [0, 1], "default": "2"}]})",
+             "outside [0, 1]"},
+            {R"({"resources": [{"opcode": "1"}], "scenarios": [{"event": 3, "resources": [
+                {"opcode": "1", "value": "fast"}]}]})",
+             "not a decimal integer"},
     };
     for (const auto& c : cases) {
         std::string error;
         EXPECT_FALSE(ScenarioConfig::parse(c.text, &error).has_value()) << c.text;
         EXPECT_NE(error.find(c.reason), std::string::npos) << c.text << " -> " << error;
     }
+}
+
+TEST(ScenarioConfigTest, ResourcesJudgeValuesByTypeAndRange) {
+    auto config = ScenarioConfig::parse(R"({"resources": [
+        {"opcode": "1", "name": "big", "range": [-5, 9000000000]},
+        {"opcode": "2", "name": "cpu.freq_max", "type": "text"},
+        {"opcode": "3", "name": "cpu.freq_min"}]})",
+                                        nullptr);
+    ASSERT_TRUE(config.has_value());
+    const ResourceInfo& ranged = config->resources()[0];
+    for (const char* good : {"-5", "+7", "0", "9000000000"}) EXPECT_TRUE(ranged.accepts(good));
+    for (const char* bad : {"-6", "9000000001", "", "-", "1.5", " 1", "1 ", "0x10", "fast",
+                            "99999999999999999999"}) {
+        EXPECT_FALSE(ranged.accepts(bad)) << bad;
+    }
+    EXPECT_TRUE(config->resources()[1].accepts("enable 1"));
+    // Without a rule of its own a resource takes the one its name suggests, if it has an order.
+    EXPECT_EQ(config->resources()[1].arbitration, Arbitration::kLatest);
+    EXPECT_EQ(config->resources()[2].arbitration, Arbitration::kMax);
 }
 
 TEST(ScenarioConfigTest, OpcodesAndPathsFromClients) {
