@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
     aidl android-liblog-dev android-libcutils-dev libjsoncpp-dev
     cmake ninja-build g++ clang libclang-rt-14-dev
-    libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev help2man blueprint-tools
+    libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libvalijson-dev help2man blueprint-tools
 )
 
 missing=()

@@ -5,11 +5,16 @@
 // (modes, switches, tunables without an order) goes to the most recent claim.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
+
+// A decimal integer with an optional sign and nothing around it; no octal, no hex, no blanks.
+// Only such values are ordered by max and min.
+std::optional<int64_t> parseDecimal(const std::string& text);
 
 enum class Arbitration { kMax, kMin, kLatest };
 

@@ -61,6 +61,14 @@ bool RequestBook::readResources(const std::vector<VelaRequestData>& items, size_
                    " bytes";
             return false;
         }
+        // A declared integer resource refuses what it cannot hold, rather than let a claim that
+        // max or min cannot order sit beside the others.
+        if (const ResourceInfo* info = mState.config.infoFor(key)) {
+            if (auto problem = info->problemWith(*item.value)) {
+                *why = where + ": " + info->name + ": " + *problem;
+                return false;
+            }
+        }
         out->emplace_back(std::move(key), *item.value);
     }
     return true;

@@ -1,5 +1,8 @@
 #include "ResourceTable.h"
 
+#include <cerrno>
+#include <cctype>
+#include <cstdlib>
 #include <cinttypes>
 #include <cstdio>
 
@@ -20,8 +23,54 @@ void ResourceTable::setDefault(const ResourceKey& key, std::string value) {
     mSlots[key].defaultValue = std::move(value);
 }
 
-std::optional<std::string> ResourceTable::valueIn(const Slot& slot) {
-    if (!slot.claims.empty()) return slot.claims.back().value;
+std::optional<int64_t> parseDecimal(const std::string& text) {
+    // strtoll would take leading blanks, and base 0 would read "010" as octal.
+    size_t digits = text.empty() || (text[0] != '-' && text[0] != '+') ? 0 : 1;
+    if (digits == text.size()) return std::nullopt;
+    for (size_t i = digits; i < text.size(); ++i) {
+        if (!isdigit(static_cast<unsigned char>(text[i]))) return std::nullopt;
+    }
+    errno = 0;
+    const long long value = strtoll(text.c_str(), nullptr, 10);
+    if (errno != 0) return std::nullopt;
+    return static_cast<int64_t>(value);
+}
+
+void ResourceTable::setArbitration(const ResourceKey& key, Arbitration rule) {
+    mArbitration[key] = rule;
+}
+
+Arbitration ResourceTable::arbitrationOf(const ResourceKey& key) const {
+    auto it = mArbitration.find(key);
+    return it == mArbitration.end() ? Arbitration::kLatest : it->second;
+}
+
+const ResourceTable::Claim* ResourceTable::winnerIn(const ResourceKey& key,
+                                                    const Slot& slot) const {
+    if (slot.claims.empty()) return nullptr;
+    const Arbitration rule = arbitrationOf(key);
+    const Claim* winner = &slot.claims.back();
+    if (rule == Arbitration::kLatest) return winner;
+    // A claim that is not a number cannot be ordered: any number beats it (the service refuses
+    // such claims on the integer resources it declares, so this is for undeclared ones). Among equal
+    // values the most recent claim is the winner, so that the holder shown is the one whose
+    // release would not change the value.
+    std::optional<int64_t> best = parseDecimal(winner->value);
+    for (auto it = slot.claims.rbegin() + 1; it != slot.claims.rend(); ++it) {
+        const std::optional<int64_t> value = parseDecimal(it->value);
+        if (!value) continue;
+        const bool better = !best || (rule == Arbitration::kMax ? *value > *best : *value < *best);
+        if (better) {
+            best = value;
+            winner = &*it;
+        }
+    }
+    return winner;
+}
+
+std::optional<std::string> ResourceTable::valueIn(const ResourceKey& key,
+                                                  const Slot& slot) const {
+    if (const Claim* winner = winnerIn(key, slot)) return winner->value;
     return slot.defaultValue;
 }
 
@@ -32,7 +81,7 @@ void ResourceTable::withdraw(const Holder& holder,
     for (const ResourceKey& key : held->second) {
         auto slot = mSlots.find(key);
         if (slot == mSlots.end()) continue;
-        before->emplace(key, valueIn(slot->second));
+        before->emplace(key, valueIn(key, slot->second));
         auto& claims = slot->second.claims;
         for (auto it = claims.begin(); it != claims.end();) {
             it = it->holder == holder ? claims.erase(it) : it + 1;
@@ -48,7 +97,7 @@ std::vector<Change> ResourceTable::diff(
         auto slot = mSlots.find(key);
         std::optional<std::string> now;
         if (slot != mSlots.end()) {
-            now = valueIn(slot->second);
+            now = valueIn(key, slot->second);
             if (slot->second.claims.empty() && !slot->second.defaultValue) mSlots.erase(slot);
         }
         if (old != now) changes.push_back(Change{key, old, now});
@@ -75,7 +124,7 @@ std::vector<Change> ResourceTable::hold(const Holder& holder, const Values& valu
 
     for (const ResourceKey& key : order) {
         Slot& slot = mSlots[key];
-        before.emplace(key, valueIn(slot));
+        before.emplace(key, valueIn(key, slot));
         slot.claims.push_back(Claim{holder, *latest[key]});
     }
     mHeld[holder] = std::move(order);
@@ -90,13 +139,20 @@ std::vector<Change> ResourceTable::drop(const Holder& holder) {
 
 std::optional<std::string> ResourceTable::valueOf(const ResourceKey& key) const {
     auto it = mSlots.find(key);
-    return it == mSlots.end() ? std::nullopt : valueIn(it->second);
+    return it == mSlots.end() ? std::nullopt : valueIn(key, it->second);
 }
 
 std::optional<Holder> ResourceTable::holderOf(const ResourceKey& key) const {
     auto it = mSlots.find(key);
-    if (it == mSlots.end() || it->second.claims.empty()) return std::nullopt;
-    return it->second.claims.back().holder;
+    if (it == mSlots.end()) return std::nullopt;
+    const Claim* winner = winnerIn(key, it->second);
+    if (winner == nullptr) return std::nullopt;
+    return winner->holder;
+}
+
+std::vector<ResourceTable::Claim> ResourceTable::claimsOf(const ResourceKey& key) const {
+    auto it = mSlots.find(key);
+    return it == mSlots.end() ? std::vector<Claim>{} : it->second.claims;
 }
 
 size_t ResourceTable::depthOf(const ResourceKey& key) const {
@@ -107,7 +163,7 @@ size_t ResourceTable::depthOf(const ResourceKey& key) const {
 std::vector<std::pair<ResourceKey, std::string>> ResourceTable::inForce() const {
     std::vector<std::pair<ResourceKey, std::string>> out;
     for (const auto& [key, slot] : mSlots) {
-        if (auto value = valueIn(slot)) out.emplace_back(key, std::move(*value));
+        if (auto value = valueIn(key, slot)) out.emplace_back(key, std::move(*value));
     }
     return out;
 }

@@ -1,8 +1,10 @@
 // The value in force for every resource the service has been asked about.
 //
-// Each resource keeps a stack of claims, one per holder (an active request or a rule that is
-// on). The claim made most recently wins; when it goes away the previous one shows through,
-// and when none is left the resource falls back to its default (or to no value at all).
+// Each resource keeps its claims, one per holder (an active request or a rule that is on), and
+// a rule for which of them is in force: the highest (floors, boosts), the lowest (ceilings,
+// limits) or the most recent. When the winner goes away the next one shows through; when none
+// is left the resource falls back to its default (or to no value at all). A default is what
+// shows when nobody asks, not a claim: a request may lower a floor below it.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +13,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "Arbitration.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -60,6 +64,9 @@ public:
 
     // The value a resource shows when nobody holds it.
     void setDefault(const ResourceKey& key, std::string value);
+    // How the claims on a resource combine; resources never set take the latest claim.
+    void setArbitration(const ResourceKey& key, Arbitration rule);
+    Arbitration arbitrationOf(const ResourceKey& key) const;
 
     // Replaces whatever `holder` claimed before by `values` (a later duplicate of a key wins
     // over an earlier one) as the most recent claims, and reports the resources whose value
@@ -71,8 +78,15 @@ public:
     std::optional<std::string> valueOf(const ResourceKey& key) const;
     // The holder whose claim is in force, or nothing when the default (or no value) shows.
     std::optional<Holder> holderOf(const ResourceKey& key) const;
-    // The number of claims stacked on a resource, the one in force included.
+    // The number of claims on a resource, the one in force included.
     size_t depthOf(const ResourceKey& key) const;
+
+    struct Claim {
+        Holder holder;
+        std::string value;
+    };
+    // Every claim on a resource, oldest first.
+    std::vector<Claim> claimsOf(const ResourceKey& key) const;
 
     // Every resource that has a value now, in key order.
     std::vector<std::pair<ResourceKey, std::string>> inForce() const;
@@ -81,22 +95,22 @@ public:
     std::vector<ResourceKey> keys() const;
 
 private:
-    struct Claim {
-        Holder holder;
-        std::string value;
-    };
     struct Slot {
         std::optional<std::string> defaultValue;
-        std::vector<Claim> claims;  // oldest first: the last one is in force
+        std::vector<Claim> claims;  // oldest first
     };
 
-    static std::optional<std::string> valueIn(const Slot& slot);
+    // The claim in force, or none when nobody holds the resource.
+    const Claim* winnerIn(const ResourceKey& key, const Slot& slot) const;
+    std::optional<std::string> valueIn(const ResourceKey& key, const Slot& slot) const;
     // Removes the claims of `holder`, noting the value in force of each touched slot before.
     void withdraw(const Holder& holder, std::map<ResourceKey, std::optional<std::string>>* before);
     std::vector<Change> diff(const std::map<ResourceKey, std::optional<std::string>>& before);
 
     std::map<ResourceKey, Slot> mSlots;
     std::map<Holder, std::vector<ResourceKey>> mHeld;
+    // Apart from the slots: a slot goes when its last claim does, its rule stays.
+    std::map<ResourceKey, Arbitration> mArbitration;
 };
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -127,19 +127,6 @@ std::optional<ValueType> valueTypeNamed(const std::string& name) {
     return std::nullopt;
 }
 
-std::optional<int64_t> parseDecimal(const std::string& text) {
-    // strtoll would take leading blanks, and base 0 would read "010" as octal.
-    size_t digits = text.empty() || (text[0] != '-' && text[0] != '+') ? 0 : 1;
-    if (digits == text.size()) return std::nullopt;
-    for (size_t i = digits; i < text.size(); ++i) {
-        if (!isdigit(static_cast<unsigned char>(text[i]))) return std::nullopt;
-    }
-    errno = 0;
-    const long long value = strtoll(text.c_str(), nullptr, 10);
-    if (errno != 0) return std::nullopt;
-    return static_cast<int64_t>(value);
-}
-
 std::optional<std::string> ResourceInfo::problemWith(const std::string& value) const {
     if (type == ValueType::kText) return std::nullopt;
     const auto number = parseDecimal(value);

@@ -43,9 +43,6 @@ inline Arbitration implicitArbitration(const std::string& name, ValueType type) 
     return type == ValueType::kText ? Arbitration::kLatest : defaultArbitrationFor(name);
 }
 
-// A decimal integer with an optional sign and nothing around it; no octal, no hex, no blanks.
-std::optional<int64_t> parseDecimal(const std::string& text);
-
 struct ResourceInfo {
     ResourceKey key;
     std::string name;

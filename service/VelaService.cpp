@@ -18,6 +18,7 @@ VelaService::VelaService(Options options)
       mRequests(mState, mListeners, mLock) {
     for (const ResourceInfo& info : mState.config.resources()) {
         if (info.defaultValue) mState.table.setDefault(info.key, *info.defaultValue);
+        mState.table.setArbitration(info.key, info.arbitration);
     }
     mState.properties[kPowerModeProperty] = "0";
     if (!options.sysfsRoot.empty()) {

@@ -1,6 +1,6 @@
-// The value-in-force rules: latest claim wins, the previous one shows through when it goes,
-// then the default. (The service tests check the same through requests; these check the
-// reported changes and the holders.)
+// The value-in-force rules: the winning claim by the resource's rule, the next one showing
+// through when it goes, then the default. (The service tests check the same through requests;
+// these check the reported changes and the holders.)
 #include <gtest/gtest.h>
 
 #include "ResourceTable.h"
@@ -56,6 +56,33 @@ TEST(ResourceTableTest, OneClaimPerKeyAndForgottenWithoutDefault) {
     table.drop(Holder::rule(1));
     EXPECT_TRUE(table.keys().empty());
     EXPECT_TRUE(table.inForce().empty());
+}
+
+TEST(ResourceTableTest, FloorsTakeTheHighestClaimAndCeilingsTheLowest) {
+    ResourceTable table;
+    const ResourceKey floor = kFreq, ceiling = ResourceKey::ofOpcode(0x010100b0);
+    table.setDefault(floor, "300000");
+    table.setArbitration(floor, Arbitration::kMax);
+    table.setArbitration(ceiling, Arbitration::kMin);
+
+    table.hold(Holder::request(1), {{floor, "2419200"}, {ceiling, "2803200"}});
+    // A later, lower floor changes nothing; a later, lower ceiling wins.
+    EXPECT_EQ(moves(table.hold(Holder::request(2), {{floor, "2208000"}, {ceiling, "1996800"}})),
+              "2803200>1996800");
+    EXPECT_EQ(table.holderOf(floor), Holder::request(1));
+    EXPECT_EQ(table.holderOf(ceiling), Holder::request(2));
+    // The winner goes: the next claim shows through; a loser goes: nothing moves.
+    EXPECT_EQ(moves(table.drop(Holder::request(1))), "2419200>2208000");
+    EXPECT_EQ(moves(table.hold(Holder::request(3), {{floor, "2208000"}})), "");
+    EXPECT_EQ(table.holderOf(floor), Holder::request(3));  // equal values: the latest is shown
+    EXPECT_EQ(table.claimsOf(floor).size(), 2u);
+    table.drop(Holder::request(2));
+    EXPECT_EQ(moves(table.drop(Holder::request(3))), "2208000>300000");
+
+    // A claim that is no number loses to any number, and is only in force alone.
+    table.hold(Holder::rule(1), {{floor, "fast"}});
+    EXPECT_EQ(moves(table.hold(Holder::request(4), {{floor, "-5"}})), "fast>-5");
+    EXPECT_EQ(moves(table.drop(Holder::request(4))), "-5>fast");
 }
 
 }  // namespace

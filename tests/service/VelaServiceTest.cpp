@@ -150,8 +150,8 @@ TEST_F(VelaServiceTest, ExpiryFallsBackAndHistoryIsKeptOnlyWhileRecording) {
     EXPECT_EQ(diagnostic(kHistoryOn), kResultDone);
     EXPECT_EQ(property("vendor.vela.history"), "1");
     const int32_t launch = event(kLaunch, 10'000);
-    const int32_t timed = control({item(kLittleFloor, "2000")}, 100);
-    EXPECT_EQ(value(kLittleFloor), "2000");
+    const int32_t timed = control({item(kLittleFloor, "2000000")}, 100);
+    EXPECT_EQ(value(kLittleFloor), "2000000");
     ASSERT_TRUE(paxtest::waitUntil([&] { return value(kLittleFloor) == "1804800"; }));
     EXPECT_EQ(service->stats().expired, 1u);
     EXPECT_EQ(release(timed), kResultUnknownHandle);
@@ -278,6 +278,8 @@ TEST_F(VelaServiceTest, BadRequestsAreRefusedWithDistinctResultsAndLogged) {
             parcel(kKindControl, {item(kLittleFloor)}),             // opcode without value
             parcel(kKindControl, {item(kLittleFloor, "")}),         // ... with an empty one
             parcel(kKindControl, {item(0, "1", "/sys/../etc/x")}),  // path escaping the tree
+            parcel(kKindControl, {item(kLittleFloor, "fast")}),     // no number for a frequency
+            parcel(kKindControl, {item(kLittleLoad, "101")}),       // a load above 100
             parcel(kKindEvent, {}),                                 // event without its item
             parcel(kKindEvent, {item(-5)}),                         // negative event
             parcel(kKindSaControl, {item(1), item(2)}),             // SA with two items

@@ -116,7 +116,7 @@ acquire touch_boost -d 0500      # decimal: a leading zero makes no octal
 release $handle
 state cpu.little.freq_min sched.little.target_load
 listen cpu.little.freq_min
-request cpu.little.freq_min=1000 --duration 150
+request cpu.little.freq_min=2000000 --duration 150
 await 2 --timeout 3000     # the request, then its expiry
 release $handle --via pax
 rule 7 on sched.little.target_load=33
@@ -131,7 +131,7 @@ history get
             {"ACTION_LAUNCH (event 0): handle 1, until released", "for 500 ms",
              "0x01010010 cpu.little.freq_min = 1804800\n"
              "0x010108a0 sched.little.target_load = 60",
-             "  0x01010010 cpu.little.freq_min = 1000", "0x010108a0 sched.little.target_load = 33",
+             "  0x01010010 cpu.little.freq_min = 2000000", "0x010108a0 sched.little.target_load = 33",
              "/dev/cpuctl/top-app/cpu.uclamp.min = 30", "notify cmd 3 param 0 values 1 2"}));
     EXPECT_EQ(run.err, "") << run;
 }

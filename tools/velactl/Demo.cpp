@@ -15,6 +15,8 @@ namespace {
 
 constexpr uint32_t kLittleFloor = 0x01010010;
 constexpr uint32_t kLittleLoad = 0x010108a0;
+constexpr uint32_t kBigFloor = 0x01010020;
+constexpr uint32_t kBigCeiling = 0x010100b0;
 
 std::optional<std::string> valueNow(uint32_t opcode) {
     velaHalclient::ResourceList request{PaxClient::Resource{opcode, {}}};
@@ -94,10 +96,22 @@ int runDemo(Context& ctx) {
     run("state sched.little.target_load");
     expectValue(kLittleLoad, "60", "with the rule off, the launch's target load shows again");
 
-    step("A touch boost on top of the launch, for 300 ms");
-    run("acquire ACTION_TOUCH_BOOST --duration 300 --pkg com.example.gallery");
-    expectCallbacks(1, "the floor listener hears the touch boost");
-    run("state cpu.little.freq_min");
+    step("Competing claims: the highest floor and the lowest ceiling win");
+    run("acquire ACTION_CAMERA_OPEN --pkg com.example.camera");
+    const int32_t cameraOpen = ctx.lastHandle;
+    run("acquire ACTION_CAMERA_PREVIEW --pkg com.example.camera");
+    const int32_t cameraPreview = ctx.lastHandle;
+    run("state cpu.big.freq_min cpu.big.freq_max");
+    expectValue(kBigFloor, "2419200", "the launch's big floor is above the camera's 2208000");
+    expectValue(kBigCeiling, "1996800", "the preview's big ceiling is below the default");
+    run("release " + std::to_string(cameraOpen));
+    run("release " + std::to_string(cameraPreview));
+    run("state cpu.big.freq_max");
+    expectValue(kBigCeiling, "2803200", "with the preview released the default ceiling is back");
+
+    step("A short floor boost above the launch's, for 300 ms");
+    run("request cpu.little.freq_min=2016000 --duration 300");
+    expectCallbacks(1, "the floor listener hears the boost");
     run("dump run-map");
     ctx.out.note("(waiting for it to expire)");
     expectCallbacks(1, "the floor listener hears the expiry");
