@@ -1,4 +1,5 @@
-// The timeline file: what a viewer reads back, closed or cut off, whatever the strings hold.
+// The timeline file: what a viewer reads back, closed or cut off, whatever the strings hold,
+// and that a service's counters follow the values in force step by step.
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <signal.h>
@@ -6,11 +7,15 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
+#include <optional>
 #include <sstream>
 #include <thread>
 
 #include "LogCapture.h"
 #include "TraceWriter.h"
+#include "VelaService.h"
+#include "Waiter.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 namespace {
@@ -152,6 +157,72 @@ TEST_F(TraceWriterTest, AFullDiskStopsTracingWithOneLogLineAndWholeEvents) {
     const auto count = events(false).size();
     EXPECT_GT(count, 5u);
     EXPECT_LT(count, 100u);
+}
+
+// After every step, each resource's last counter (or marker, for a value that is no number)
+// holds what the service has in force, and a resource without a value has no track.
+TEST_F(TraceWriterTest, EachCounterEndsAtTheValueInForceAfterEveryStep) {
+    VelaService::Options options;
+    std::string error;
+    options.trace = TraceWriter::open(path, &error);
+    ASSERT_TRUE(options.trace) << error;
+    auto service = ::ndk::SharedRefBase::make<VelaService>(std::move(options));
+    auto item = [](int32_t id, std::optional<std::string> value = {}) {
+        VelaRequestData data{};
+        data.id = id;
+        data.value = std::move(value);
+        return data;
+    };
+    auto request = [&](int32_t kind, std::vector<VelaRequestData> items, int64_t durationMs = 0) {
+        VelaRequestParcel parcel{};
+        parcel.requestType = kind;
+        parcel.requestDatas = std::move(items);
+        parcel.param2 = durationMs;
+        int32_t handle = -1;
+        EXPECT_TRUE(service->resCtlRequest(parcel, &handle).isOk());
+        return handle;
+    };
+    auto release = [&](int32_t handle) {
+        int32_t result = -1;
+        EXPECT_TRUE(service->resCtlRelease(handle, &result).isOk());
+        EXPECT_EQ(result, kResultOk);
+    };
+    auto rule = [&](int32_t status) {
+        int32_t result = -1;
+        EXPECT_TRUE(service->ruleCtl(7, status, {item(0x010108a0, "33")}, &result).isOk());
+    };
+    auto expectCountersMatch = [&](const std::string& step) {
+        std::map<std::string, std::string> last;
+        for (const Json::Value& e : events(false)) {
+            if (e["cat"] != "resource") continue;
+            const Json::Value& v = e["args"]["value"];
+            last[e["name"].asString()] = v.isString() ? v.asString() : std::to_string(v.asInt64());
+        }
+        for (const ResourceInfo& info : service->config().resources()) {
+            const auto now = service->valueOf(info.key);
+            const auto it = last.find(info.name);
+            EXPECT_EQ(it == last.end() ? std::nullopt : std::optional(it->second), now)
+                    << step << ": " << info.name;
+        }
+    };
+
+    const int32_t launch = request(kKindEvent, {item(0)});
+    expectCountersMatch("launch");
+    const int32_t open = request(kKindEvent, {item(11)});
+    const int32_t preview = request(kKindEvent, {item(17)});
+    expectCountersMatch("camera open and preview over the launch");
+    release(launch);
+    expectCountersMatch("the launch, winner of the big floor, released");
+    request(kKindControl, {item(0x01010010, "2000000"), item(0x01011040, "on")}, 20);
+    expectCountersMatch("a timed floor and a text value");
+    ASSERT_TRUE(paxtest::waitUntil([&] { return service->stats().expired == 1; }));
+    expectCountersMatch("expiry");
+    rule(1);
+    expectCountersMatch("rule on");
+    rule(0);
+    release(open);
+    release(preview);
+    expectCountersMatch("all gone");
 }
 
 }  // namespace
