@@ -9,6 +9,7 @@
 
 #include "Arbitration.h"
 #include "ConfigChecks.h"
+#include "EditDistance.h"
 #include "ScenarioConfig.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
@@ -26,28 +27,11 @@ JsonPath child(JsonPath path, Json::ArrayIndex index) {
     return path;
 }
 
-// Edit distance, for "did you mean": action names differ from their misspellings by a letter
-// or two.
-size_t distance(const std::string& a, const std::string& b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
 std::string closestAction(const std::string& name) {
     std::string best;
     size_t bestDistance = 3;  // further than two edits is another name, not a slip
     for (const std::string& candidate : gActionList) {
-        const size_t d = distance(name, candidate);
+        const size_t d = editDistance(name, candidate);
         if (d < bestDistance) {
             best = candidate;
             bestDistance = d;

@@ -10,11 +10,13 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "EditDistance.h"
 #include "NumberOptions.h"
 #include "VelaService.h"
 
 namespace velactl {
 
+using aidl::vendor::norvo::hardware::vela::impl::editDistance;
 using aidl::vendor::norvo::hardware::vela::impl::isAcceptablePath;
 using aidl::vendor::norvo::hardware::vela::impl::VelaService;
 
@@ -23,21 +25,6 @@ namespace {
 std::string upper(std::string text) {
     for (char& c : text) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
     return text;
-}
-
-size_t editDistance(const std::string& a, const std::string& b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
 }
 
 std::vector<std::string> resourceNames(const ScenarioConfig& config) {
