@@ -222,8 +222,9 @@ TEST_F(Malformed, APeerThatNeverReadsIsDisconnectedWhileOthersAreAnswered) {
     std::atomic<int> answered{0};
     std::promise<void> allButLastSent;
     ON_CALL(*service, propertyGet).WillByDefault([&](const std::string&, std::string* out) {
-        if (++answered == kRequests) allButLastSent.set_value();
+        // Filled before the signal: once signalled, the test may end and take `big` with it.
         *out = big;
+        if (++answered == kRequests) allButLastSent.set_value();
         return Status::ok();
     });
     std::vector<uint8_t> requests;

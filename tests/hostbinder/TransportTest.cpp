@@ -94,7 +94,8 @@ TEST(ServiceManager, AWrongInterfaceIsRefused) {
 
 TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
+    // The expectation is set before the service is published: the call comes from another
+    // process, and a socket is no ordering the race detector can see.
     EXPECT_CALL(*service, init).WillOnce([&]() -> Status {
         // One way, so the service need not wait for a process that cannot answer yet.
         ndk::SpAIBinder callback = service->callbackAt(0)->asBinder();
@@ -107,6 +108,7 @@ TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
         AParcel_delete(reply);
         return Status::ok();
     });
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_nopool"},
                                         {std::string(kNoPoolChildEnv) + "=1"});
     pid_t child = fork();
