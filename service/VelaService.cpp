@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cinttypes>
 
+#include "BoundedWrite.h"
 #include "ServiceDump.h"
+#include "ServiceDumpsys.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -359,6 +361,31 @@ int32_t VelaService::registerListener(Listener listener, const char* what,
 ::ndk::ScopedAStatus VelaService::thermalListeningUnregister(int32_t handle, int32_t* out) {
     *out = mListeners.remove(handle, true, "thermalListeningUnregister");
     return ::ndk::ScopedAStatus::ok();
+}
+
+// --- dumpsys ----------------------------------------------------------------------------
+
+// How long the asker may leave its end unread before the dump is given up.
+constexpr std::chrono::seconds kDumpsysStall{5};
+
+binder_status_t VelaService::dump(int fd, const char** args, uint32_t numArgs) {
+    std::string text;
+    const auto request = parseDumpsysArgs(args, numArgs, &text);
+    if (!request) {
+        writeBounded(fd, text + "\n", kDumpsysStall);
+        return STATUS_BAD_VALUE;
+    }
+    if (request->help) {
+        text = dumpsysHelp();
+    } else {
+        std::lock_guard<std::mutex> lock(mLock);
+        text = dumpsysTextLocked(mState, *request);
+    }
+    // Written unlocked: an asker that never reads must not hold up every other client.
+    if (writeBounded(fd, text, kDumpsysStall)) return STATUS_OK;
+    serviceLog(ANDROID_LOG_WARN, "dumpsys from pid %d: the reader went away or stopped reading",
+               AIBinder_getCallingPid());
+    return STATUS_FAILED_TRANSACTION;
 }
 
 // --- For the embedding tool and tests ---------------------------------------------------
