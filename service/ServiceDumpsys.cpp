@@ -1,16 +1,22 @@
 #include "ServiceDumpsys.h"
 
+#include <android/binder_ibinder.h>
+#include <android/log.h>
 #include <json/json.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
 
+#include "BoundedWrite.h"
 #include "ServiceDump.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
 namespace {
+
+// How long the asker may leave its end unread before the dump is given up.
+constexpr std::chrono::seconds kDumpsysStall{5};
 
 constexpr size_t index(DumpsysTable table) {
     return static_cast<size_t>(table);
@@ -275,6 +281,27 @@ std::string dumpsysTextLocked(const ServiceState& state, const DumpsysRequest& r
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "";
     return Json::writeString(writer, json) + "\n";
+}
+
+binder_status_t answerDumpsys(int fd, const char** args, uint32_t numArgs, std::mutex& lock,
+                              const ServiceState& state) {
+    std::string text;
+    const auto request = parseDumpsysArgs(args, numArgs, &text);
+    if (!request) {
+        writeBounded(fd, text + "\n", kDumpsysStall);
+        return STATUS_BAD_VALUE;
+    }
+    if (request->help) {
+        text = dumpsysHelp();
+    } else {
+        std::lock_guard<std::mutex> locked(lock);
+        text = dumpsysTextLocked(state, *request);
+    }
+    // Written unlocked: an asker that never reads must not hold up every other client.
+    if (writeBounded(fd, text, kDumpsysStall)) return STATUS_OK;
+    serviceLog(ANDROID_LOG_WARN, "dumpsys from pid %d: the reader went away or stopped reading",
+               AIBinder_getCallingPid());
+    return STATUS_FAILED_TRANSACTION;
 }
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -5,8 +5,11 @@
 // rules, history and properties.
 #pragma once
 
+#include <android/binder_status.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -61,5 +64,10 @@ std::string dumpsysHelp();
 // The selected tables, titled lines each (or one JSON object and a newline). Needs the
 // service lock: it reads the whole state.
 std::string dumpsysTextLocked(const ServiceState& state, const DumpsysRequest& request);
+
+// Answers one dump: the tables `args` name, taken under `lock` and written to `fd` once it is
+// released. STATUS_BAD_VALUE (and a line saying why on `fd`) for an unknown argument.
+binder_status_t answerDumpsys(int fd, const char** args, uint32_t numArgs, std::mutex& lock,
+                              const ServiceState& state);
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

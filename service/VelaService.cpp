@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cinttypes>
 
-#include "BoundedWrite.h"
 #include "ServiceDump.h"
 #include "ServiceDumpsys.h"
 
@@ -365,27 +364,8 @@ int32_t VelaService::registerListener(Listener listener, const char* what,
 
 // --- dumpsys ----------------------------------------------------------------------------
 
-// How long the asker may leave its end unread before the dump is given up.
-constexpr std::chrono::seconds kDumpsysStall{5};
-
 binder_status_t VelaService::dump(int fd, const char** args, uint32_t numArgs) {
-    std::string text;
-    const auto request = parseDumpsysArgs(args, numArgs, &text);
-    if (!request) {
-        writeBounded(fd, text + "\n", kDumpsysStall);
-        return STATUS_BAD_VALUE;
-    }
-    if (request->help) {
-        text = dumpsysHelp();
-    } else {
-        std::lock_guard<std::mutex> lock(mLock);
-        text = dumpsysTextLocked(mState, *request);
-    }
-    // Written unlocked: an asker that never reads must not hold up every other client.
-    if (writeBounded(fd, text, kDumpsysStall)) return STATUS_OK;
-    serviceLog(ANDROID_LOG_WARN, "dumpsys from pid %d: the reader went away or stopped reading",
-               AIBinder_getCallingPid());
-    return STATUS_FAILED_TRANSACTION;
+    return answerDumpsys(fd, args, numArgs, mLock, mState);
 }
 
 // --- For the embedding tool and tests ---------------------------------------------------
