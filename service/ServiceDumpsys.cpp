@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 
 #include "BoundedWrite.h"
 #include "ServiceDump.h"
