@@ -7,6 +7,7 @@
 #include <cinttypes>
 
 #include "ServiceDump.h"
+#include "ServiceDumpsys.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -359,6 +360,12 @@ int32_t VelaService::registerListener(Listener listener, const char* what,
 ::ndk::ScopedAStatus VelaService::thermalListeningUnregister(int32_t handle, int32_t* out) {
     *out = mListeners.remove(handle, true, "thermalListeningUnregister");
     return ::ndk::ScopedAStatus::ok();
+}
+
+// --- dumpsys ----------------------------------------------------------------------------
+
+binder_status_t VelaService::dump(int fd, const char** args, uint32_t numArgs) {
+    return answerDumpsys(fd, args, numArgs, mLock, mState);
 }
 
 // --- For the embedding tool and tests ---------------------------------------------------

@@ -61,6 +61,8 @@ public:
     ::ndk::ScopedAStatus setRelatedSysInfo(int32_t info, int64_t value, int32_t* out) override;
     ::ndk::ScopedAStatus ruleCtl(int32_t ruleId, int32_t status,
                                  const std::vector<VelaRequestData>& items, int32_t* out) override;
+    // The binder dump hook: the tables named in `args` (all when none) to `fd` (dumpsys).
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs) override;
 
     // --- For the embedding tool and tests -----------------------------------------------
     // Blocks until every callback queued so far has been delivered (or has failed).

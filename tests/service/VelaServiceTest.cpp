@@ -4,6 +4,7 @@
 // details those cannot see.
 #include <aidl/vendor/norvo/hardware/vela/BnVelaCallback.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -13,6 +14,7 @@
 #include <set>
 #include <thread>
 
+#include "BoundedWrite.h"
 #include "LogCapture.h"
 #include "VelaService.h"
 #include "Waiter.h"
@@ -332,6 +334,20 @@ TEST_F(VelaServiceTest, DumpsGoToTheLog) {
         EXPECT_TRUE(!lines.empty() && lines[0].tag == kVelaLogTag) << fragment << "\n"
                                                                    << log.dump();
     }
+}
+
+// The dump's descriptor is the asker's: one that stops reading must not hold a binder thread
+// for good, and one that has gone must not kill the service with SIGPIPE.
+TEST(DumpsysWriteTest, GivesUpOnAStalledOrVanishedReaderWithoutSigpipe) {
+    int fds[2];
+    ASSERT_EQ(0, pipe(fds));
+    EXPECT_FALSE(writeBounded(fds[1], std::string(1 << 20, 'x'), std::chrono::milliseconds(0)));
+    close(fds[0]);
+    close(fds[1]);
+    ASSERT_EQ(0, pipe(fds));
+    close(fds[0]);
+    EXPECT_FALSE(writeBounded(fds[1], "x", std::chrono::seconds(1)));  // EPIPE, and no SIGPIPE
+    close(fds[1]);
 }
 
 // Path resources are mirrored as files under the root the service is given, and nowhere else.

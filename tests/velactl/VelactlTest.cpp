@@ -160,6 +160,7 @@ notify-source 130 1 --data 45,70,85
 rule 7 on sched.little.target_load=33
 sysinfo 1 0x100000000
 dump run-map
+dumpsys
 history on
 history get
 prop set vendor.a 1
@@ -298,6 +299,22 @@ TEST(VelactlTest, StateOutlivesOneVelactlWhenTheServiceRunsApart) {
     ASSERT_EQ(run.exitCode, 0) << run;
     run = velactl({"state", "cpu.prime.freq_max"});
     EXPECT_EQ(run.out, "0x010100c0 cpu.prime.freq_max = 1958400\n") << run;
+    // dumpsys: a higher ceiling loses to the preview's; every claim shows, the winner marked.
+    ASSERT_EQ(velactl({"request", "cpu.prime.freq_max=2000000", "-d", "60000"}).exitCode, 0);
+    run = velactl({"dumpsys", "resources"});
+    EXPECT_TRUE(endsWith(run, 0,
+                         {"0x010100c0 cpu.prime.freq_max = 1958400 (min, 2 claims)\n"
+                          "    * request 1 = 1958400\n"
+                          "      request 2 = 2000000\n"}));
+    EXPECT_FALSE(run.says("requests (")) << run;
+    run = velactl({"--json", "dumpsys", "requests", "resources"});
+    Json::Value doc;
+    std::istringstream text(run.out);
+    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), text, &doc, nullptr)) << run;
+    EXPECT_EQ(doc.getMemberNames(), (std::vector<std::string>{"requests", "resources"})) << run;
+    EXPECT_TRUE(doc["requests"][1]["ms_left"].isInt64()) << run;
+    EXPECT_TRUE(endsWith(velactl({"dumpsys", "resources", "claims"}), 64,
+                         {"unknown table 'claims'; tables: resources requests"}));
     EXPECT_TRUE(endsWith(velactl({"dump", "run-map"}), 0,
                          {"the service wrote its run map to its log"}));
     // Not an empty table: the table is somewhere velactl cannot see.

@@ -14,6 +14,7 @@
 #include "Commands.h"
 #include "ControlCommands.h"
 #include "DiagnosticCommands.h"
+#include "DumpsysCommand.h"
 #include "PaxCommands.h"
 #include "ReleaseCommands.h"
 #include "ScriptCommands.h"
@@ -70,6 +71,9 @@ const CommandDef kCommands[] = {
      kService, kAnywhere, attach<bindSysinfo, runSysinfo>},
     {"dump", "make the service write a table to its log (velaDump...)",
      kService, kAnywhere, attach<bindDump, runDump>},
+    {"dumpsys", "the service's tables (resources and their claims, requests, listeners, rules, "
+                "history, properties) as it writes them for dumpsys",
+     kService, kAnywhere, attach<bindDumpsys, runDumpsys>},
     {"history", "history recording on/off (velaHistoryRequestRecordOn/Off) or get "
                 "(PaxGetHistory)",
      kService, kAnywhere, attach<bindHistory, runHistory>},
