@@ -404,7 +404,7 @@ struct OnTerminal {
 TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
     paxtest::ChildService service;
     ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"-q"}));
-    OnTerminal top({"top", "--interval", "3600000"});
+    OnTerminal top({"top", "--interval", "3600000", "cpu.little.freq_min"});
     ASSERT_TRUE(top.shows("0x01010010 cpu.little.freq_min = 300000\x1b[K")) << top.drawn;
     EXPECT_FALSE(top.typedAtOnce());
 
