@@ -431,8 +431,8 @@ TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
 // Not on a terminal: one plain block per refresh, as many as asked; input from a file does
 // not end the view at once.
 TEST(VelactlTest, TopPrintsPlainBlocksOffTheTerminal) {
-    const Outcome run = velactl({"--embedded", "top", "--interval", "10", "--iterations", "2",
-                                 "cpu.little.freq_min"});
+    const Outcome run = velactl(
+            {"--embedded", "top", "--interval", "10", "--iterations", "2", "cpu.little.freq_min"});
     const std::string block =
             ": on change and every 10 ms\n0x01010010 cpu.little.freq_min = 300000\n"
             "active requests: 0\nrequests:\n";

@@ -278,8 +278,7 @@ int takeSnapshot(Context& ctx, Shown& shown, Snapshot* snap) {
     return kExitOk;
 }
 
-std::vector<std::string> textLines(const Snapshot& snap, uint64_t refresh,
-                                   const std::string& how) {
+std::vector<std::string> textLines(const Snapshot& snap, uint64_t refresh, const std::string& how) {
     std::vector<std::string> lines{"refresh " + std::to_string(refresh) + ": " + how};
     std::istringstream listing(snap.listing.text);
     for (std::string line; std::getline(listing, line);) lines.push_back(line);
@@ -351,8 +350,7 @@ void bindTop(CLI::App& app, TopOptions& o) {
             ->type_name("");
     addNumber(app, "--interval", o.intervalMs,
               "refresh at least this often, in ms (changes refresh at once)", kIntervalMs, "MS");
-    addNumber(app, "--iterations", o.iterations, "leave after this many refreshes", kPositive,
-              "N");
+    addNumber(app, "--iterations", o.iterations, "leave after this many refreshes", kPositive, "N");
     app.footer(
             "Shows the values in force and the number of active requests the service reports. "
             "The requests themselves are listed only with --embedded: a service apart writes "
