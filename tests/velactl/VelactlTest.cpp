@@ -4,9 +4,12 @@
 #include <PaxWrapper.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
+#include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -74,19 +77,24 @@ std::unique_ptr<Launch> launch(const char* program, std::vector<std::string> arg
     return started;
 }
 
-// Waits for the child to end (killing it after 30 s) and collects what it said.
-Outcome finish(const Launch& child) {
+// Waits for the child to end (killing it after 30 s); its exit code.
+int exitCodeOf(pid_t pid) {
     int status = 0;
     pid_t done = 0;
-    for (int i = 0; i < 3000 && (done = waitpid(child.pid, &status, WNOHANG)) == 0; ++i) {
+    for (int i = 0; i < 3000 && (done = waitpid(pid, &status, WNOHANG)) == 0; ++i) {
         usleep(10'000);
     }
     if (done == 0) {
-        kill(child.pid, SIGKILL);
-        waitpid(child.pid, &status, 0);
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
     }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Waits for the child to end and collects what it said.
+Outcome finish(const Launch& child) {
     Outcome run;
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    run.exitCode = exitCodeOf(child.pid);
     run.out = child.read(1);
     run.err = child.read(2);
     return run;
@@ -369,6 +377,90 @@ TEST(VelactlTest, ConfiguredScenariosNameTheirEventsAsTheActionTableDoes) {
         ASSERT_LT(static_cast<size_t>(event), gActionList.size());
         EXPECT_EQ(gActionList[event], scenario.action) << "event " << event;
     }
+}
+
+// velactl in a pseudo-terminal, as a person runs it: what it drew, and keys typed at it.
+struct OnTerminal {
+    pid_t pid = -1;
+    int master = -1;
+    std::string drawn;
+
+    explicit OnTerminal(std::vector<std::string> args) {
+        args.insert(args.begin(), VELACTL_PATH);
+        const paxtest::ChildCommand command(VELACTL_PATH, args);
+        struct winsize size = {60, 120, 0, 0};
+        pid = forkpty(&master, nullptr, nullptr, &size);
+        if (pid == 0) command.exec();
+    }
+    ~OnTerminal() { close(master); }
+
+    // The last screen: what was drawn since the last move to the top-left corner.
+    std::string screen() {
+        char buffer[4096];
+        for (pollfd ready{master, POLLIN, 0}; poll(&ready, 1, 0) > 0;) {
+            const ssize_t n = read(master, buffer, sizeof(buffer));
+            if (n <= 0) break;
+            drawn.append(buffer, static_cast<size_t>(n));
+        }
+        const size_t home = drawn.rfind("\x1b[H");
+        return home == std::string::npos ? "" : drawn.substr(home);
+    }
+    bool shows(const std::string& text) {
+        return paxtest::waitUntil([&] { return screen().find(text) != std::string::npos; },
+                                  std::chrono::seconds(10));
+    }
+    bool typedAtOnce() {  // the terminal as velactl found it: lines, echoed
+        struct termios mode = {};
+        return tcgetattr(master, &mode) == 0 && (mode.c_lflag & ICANON) && (mode.c_lflag & ECHO);
+    }
+};
+
+// top on a terminal against a service apart: a launch's floor rises on the screen and falls
+// with its release, heard through the listener alone (the periodic refresh is an hour away);
+// q and Ctrl-C leave with the terminal restored.
+TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
+    paxtest::ChildService service;
+    ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"-q"}));
+    OnTerminal top({"top", "--interval", "3600000", "cpu.little.freq_min"});
+    ASSERT_TRUE(top.shows("0x01010010 cpu.little.freq_min = 300000\x1b[K")) << top.drawn;
+    EXPECT_FALSE(top.typedAtOnce());
+
+    const Outcome acquired = velactl({"--json", "acquire", "launch"});
+    Json::Value doc;
+    ASSERT_TRUE(Json::Reader().parse(acquired.out, doc)) << acquired;
+    EXPECT_TRUE(top.shows("cpu.little.freq_min = 1804800")) << top.drawn;
+    EXPECT_TRUE(top.shows("active requests: 1")) << top.drawn;
+    ASSERT_EQ(velactl({"release", doc["handle"].asString()}).exitCode, 0);
+    EXPECT_TRUE(top.shows("cpu.little.freq_min = 300000")) << top.drawn;
+    EXPECT_TRUE(top.shows("active requests: 0")) << top.drawn;
+
+    ASSERT_EQ(write(top.master, "q", 1), 1);
+    EXPECT_EQ(exitCodeOf(top.pid), 0) << top.drawn;
+    EXPECT_TRUE(top.typedAtOnce());
+
+    OnTerminal interrupted({"top", "cpu.big.freq_max"});
+    ASSERT_TRUE(interrupted.shows("cpu.big.freq_max = 2803200")) << interrupted.drawn;
+    ASSERT_EQ(write(interrupted.master, "\x03", 1), 1);
+    EXPECT_EQ(exitCodeOf(interrupted.pid), 130) << interrupted.drawn;
+    EXPECT_TRUE(interrupted.typedAtOnce());
+}
+
+// Not on a terminal: one plain block per refresh, as many as asked; input from a file does
+// not end the view at once.
+TEST(VelactlTest, TopPrintsPlainBlocksOffTheTerminal) {
+    const Outcome run = velactl(
+            {"--embedded", "top", "--interval", "10", "--iterations", "2", "cpu.little.freq_min"});
+    const std::string block =
+            ": on change and every 10 ms\n0x01010010 cpu.little.freq_min = 300000\n"
+            "active requests: 0\nrequests:\n";
+    EXPECT_EQ(run.out, "refresh 1" + block + "refresh 2" + block) << run;
+    EXPECT_EQ(run.exitCode, 0) << run;
+    const Outcome json = velactl({"--embedded", "--json", "top", "--iterations", "1"});
+    Json::Value doc;
+    ASSERT_TRUE(Json::Reader().parse(json.out, doc)) << json;
+    EXPECT_EQ(doc["active_requests"], 0);
+    EXPECT_EQ(doc["resources"][0]["value"], "300000");
+    EXPECT_EQ(doc["requests"], Json::Value(Json::arrayValue)) << json;
 }
 
 }  // namespace

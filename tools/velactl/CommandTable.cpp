@@ -20,6 +20,7 @@
 #include "ScriptCommands.h"
 #include "StateCommands.h"
 #include "ToolCommands.h"
+#include "TopCommand.h"
 #include "WrapperCommands.h"
 
 namespace velactl {
@@ -103,6 +104,8 @@ const CommandDef kCommands[] = {
      kLocal, Where::kScript, attach<bindEcho, runEcho>},
     {"run", "run commands from FILE (- for standard input), one per line",
      kLocal, Where::kTopLevel, attach<bindRun, runRun>},
+    {"top", "a live view of the values in force and the active requests, redrawn on change",
+     kService, Where::kTopLevel, attach<bindTop, runTop>},
     {"demo", "a guided tour against the service (use with --embedded)",
      kService, Where::kTopLevel, attachPlain<runDemo>},
 };
