@@ -72,14 +72,9 @@ const char* configSchemaText() {
 }
 
 std::vector<ConfigProblem> verifyConfig(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    builder["collectComments"] = false;
-    builder["failIfExtra"] = true;
-    builder["rejectDupKeys"] = true;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value document;
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &document, &errors)) {
+    if (!parseConfigJson(text, &document, &errors)) {
         return {{"$", "not valid JSON: " + oneLine(errors)}};
     }
 

@@ -172,16 +172,20 @@ std::optional<ScenarioConfig> ScenarioConfig::parse(const std::string& text, std
     }
 }
 
-std::optional<ScenarioConfig> ScenarioConfig::parseOrThrow(const std::string& text,
-                                                           std::string* error) {
+bool parseConfigJson(const std::string& text, Json::Value* out, std::string* errors) {
     Json::CharReaderBuilder builder;
     builder["collectComments"] = false;
     builder["failIfExtra"] = true;
     builder["rejectDupKeys"] = true;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    return reader->parse(text.data(), text.data() + text.size(), out, errors);
+}
+
+std::optional<ScenarioConfig> ScenarioConfig::parseOrThrow(const std::string& text,
+                                                           std::string* error) {
     Json::Value root;
     std::string parseErrors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &parseErrors)) {
+    if (!parseConfigJson(text, &root, &parseErrors)) {
         fail(error, "not valid JSON: " + parseErrors);
         return std::nullopt;
     }

@@ -12,6 +12,10 @@
 #include "Arbitration.h"
 #include "ResourceTable.h"
 
+namespace Json {
+class Value;
+}
+
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
 // What a resource's values are: decimal integers (frequencies, counts, levels) or free text
@@ -42,6 +46,10 @@ struct ValueRange {
 inline Arbitration implicitArbitration(const std::string& name, ValueType type) {
     return type == ValueType::kText ? Arbitration::kLatest : defaultArbitrationFor(name);
 }
+
+// Reads a configuration's JSON strictly: no comments, nothing after the document, no key twice
+// (a second "value" would otherwise silently replace the first). False with jsoncpp's errors.
+bool parseConfigJson(const std::string& text, Json::Value* out, std::string* errors);
 
 struct ResourceInfo {
     ResourceKey key;
