@@ -429,10 +429,11 @@ TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
     Json::Value doc;
     ASSERT_TRUE(Json::Reader().parse(acquired.out, doc)) << acquired;
     EXPECT_TRUE(top.shows("cpu.little.freq_min = 1804800")) << top.drawn;
-    EXPECT_TRUE(top.shows("active requests: 1")) << top.drawn;
+    const std::string launchLine = "handle " + doc["handle"].asString() + " ACTION_LAUNCH pkg ";
+    EXPECT_TRUE(top.shows(launchLine)) << top.drawn;
     ASSERT_EQ(velactl({"release", doc["handle"].asString()}).exitCode, 0);
     EXPECT_TRUE(top.shows("cpu.little.freq_min = 300000")) << top.drawn;
-    EXPECT_TRUE(top.shows("active requests: 0")) << top.drawn;
+    EXPECT_TRUE(top.shows("requests (0):\x1b[J")) << top.drawn;
 
     ASSERT_EQ(write(top.master, "q", 1), 1);
     EXPECT_EQ(exitCodeOf(top.pid), 0) << top.drawn;
@@ -446,21 +447,32 @@ TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
 }
 
 // Not on a terminal: one plain block per refresh, as many as asked; input from a file does
-// not end the view at once.
+// not end the view at once. A held request is listed, as a line and as the service's row,
+// until its release.
 TEST(VelactlTest, TopPrintsPlainBlocksOffTheTerminal) {
     const Outcome run = velactl(
             {"--embedded", "top", "--interval", "10", "--iterations", "2", "cpu.little.freq_min"});
     const std::string block =
             ": on change and every 10 ms\n0x01010010 cpu.little.freq_min = 300000\n"
-            "active requests: 0\nrequests:\n";
+            "requests (0):\n";
     EXPECT_EQ(run.out, "refresh 1" + block + "refresh 2" + block) << run;
     EXPECT_EQ(run.exitCode, 0) << run;
-    const Outcome json = velactl({"--embedded", "--json", "top", "--iterations", "1"});
+
+    paxtest::ChildService service;
+    ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"-q"}));
+    ASSERT_EQ(velactl({"acquire", "launch", "--duration", "600000"}).exitCode, 0);
+    const std::vector<std::string> once = {"top", "--iterations", "1", "cpu.little.freq_min"};
+    EXPECT_TRUE(velactl(once).says("requests (1):\n  handle 1 ACTION_LAUNCH pkg "));
+    std::vector<std::string> json = once;
+    json.insert(json.begin(), "--json");
     Json::Value doc;
-    ASSERT_TRUE(Json::Reader().parse(json.out, doc)) << json;
-    EXPECT_EQ(doc["active_requests"], 0);
-    EXPECT_EQ(doc["resources"][0]["value"], "300000");
-    EXPECT_EQ(doc["requests"], Json::Value(Json::arrayValue)) << json;
+    ASSERT_TRUE(Json::Reader().parse(velactl(json).out, doc));
+    EXPECT_EQ(doc["requests"][0]["action"], "ACTION_LAUNCH") << doc;
+    EXPECT_GT(doc["requests"][0]["ms_left"].asInt64(), 0) << doc;
+    ASSERT_EQ(velactl({"release", "1"}).exitCode, 0);
+    EXPECT_TRUE(velactl(once).says("requests (0):\n"));
+    ASSERT_TRUE(Json::Reader().parse(velactl(json).out, doc));
+    EXPECT_EQ(doc["requests"], Json::Value(Json::arrayValue)) << doc;
 }
 
 }  // namespace
