@@ -79,7 +79,7 @@ struct Snapshot {
 };
 
 // The requests table as the service gives it to a dump, or null: a service of another make
-// may have no dump hook or other tables, and top then shows the values alone.
+// may have no dump hook or other tables, and top then says the requests are not reported.
 Json::Value requestsOfService() {
     std::string error;
     const auto dump = readServiceDump({"--json", "requests"}, &error);
@@ -180,9 +180,10 @@ void bindTop(CLI::App& app, TopOptions& o) {
     app.footer(
             "Shows the values in force and the service's active requests (handle, action, "
             "package, time left), read from its requests table through the binder dump hook; "
-            "a service that does not answer the dump shows the values alone. On a "
-            "terminal the screen is redrawn in place and q or Ctrl-C leaves; otherwise one "
-            "block per refresh is printed until --iterations, Ctrl-C or the end of the input.");
+            "for a service that does not answer it, \"requests: not reported by the service\". "
+            "Requests that change no value show at the next interval. On a terminal the screen "
+            "is redrawn in place and q or Ctrl-C leaves; otherwise one block per refresh is "
+            "printed until --iterations, Ctrl-C or the end of the input.");
 }
 
 int runTop(Context& ctx, TopOptions& o) {
