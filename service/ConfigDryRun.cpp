@@ -24,11 +24,6 @@ std::string shown(const std::optional<std::string>& value) {
     return value ? *value : "(none)";
 }
 
-std::string nameOf(const ScenarioConfig& config, const ResourceKey& key) {
-    const ResourceInfo* info = config.infoFor(key);
-    return info != nullptr && !info->name.empty() ? info->name : key.toString();
-}
-
 std::string resultText(int32_t result) {
     const char* name = resultName(result);
     return name != nullptr ? name : "result " + std::to_string(result);
@@ -73,7 +68,7 @@ bool dryRunScenarios(const ScenarioConfig& config, FILE* out) {
         size_t changed = 0;
         for (const ResourceKey& key : order) {
             if (during.at(key) == before.at(key) || !printed.insert(key).second) continue;
-            fprintf(out, "  %s: %s -> %s\n", nameOf(config, key).c_str(),
+            fprintf(out, "  %s: %s -> %s\n", config.shortNameOf(key).c_str(),
                     shown(before.at(key)).c_str(), shown(during.at(key)).c_str());
             ++changed;
         }
@@ -87,7 +82,7 @@ bool dryRunScenarios(const ScenarioConfig& config, FILE* out) {
         }
         for (const auto& [key, value] : snapshot(*service, watched)) {
             if (value == before.at(key)) continue;
-            fprintf(out, "  after release %s is %s, not %s\n", nameOf(config, key).c_str(),
+            fprintf(out, "  after release %s is %s, not %s\n", config.shortNameOf(key).c_str(),
                     shown(value).c_str(), shown(before.at(key)).c_str());
             clean = false;
         }

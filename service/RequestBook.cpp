@@ -11,14 +11,6 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
-namespace {
-
-std::string counted(size_t n, const char* noun) {
-    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
-}
-
-}  // namespace
-
 RequestBook::RequestBook(ServiceState& state, ListenerRegistry& listeners, std::mutex& lock)
     : mState(state),
       mListeners(listeners),

@@ -325,6 +325,11 @@ const ScenarioConfig& ScenarioConfig::builtIn() {
     return config;
 }
 
+std::string ScenarioConfig::shortNameOf(const ResourceKey& key) const {
+    const ResourceInfo* info = infoFor(key);
+    return info != nullptr && !info->name.empty() ? info->name : key.toString();
+}
+
 const Scenario* ScenarioConfig::scenarioFor(int32_t event) const {
     auto it = mScenarios.find(event);
     return it == mScenarios.end() ? nullptr : &it->second;

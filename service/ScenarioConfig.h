@@ -93,6 +93,8 @@ public:
     const PowerModel& power() const { return mPower; }
 
     const Scenario* scenarioFor(int32_t event) const;
+    // The configured name of a resource, or its opcode or path when it has none.
+    std::string shortNameOf(const ResourceKey& key) const;
     const ResourceInfo* infoFor(const ResourceKey& key) const;
     // The opcode a resource name stands for (names are case-sensitive).
     std::optional<uint32_t> opcodeNamed(const std::string& name) const;

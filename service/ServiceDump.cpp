@@ -1,22 +1,11 @@
 #include "ServiceDump.h"
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <sstream>
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
-
-namespace {
-
-std::string orNone(const std::string& text) {
-    return text.empty() ? "none" : text;
-}
-
-std::string counted(size_t n, const char* noun) {
-    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
-}
-
-}  // namespace
 
 const char* requestKindName(int32_t kind) {
     switch (kind) {
@@ -33,15 +22,37 @@ const char* requestKindName(int32_t kind) {
     }
 }
 
+std::string orNone(const std::string& text) {
+    return text.empty() ? "none" : text;
+}
+
+std::string counted(size_t n, const char* noun) {
+    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
+int64_t msLeft(ServiceClock::time_point deadline, ServiceClock::time_point now) {
+    return std::max<int64_t>(
+            0, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count());
+}
+
+const std::string* actionOf(const ServiceState& state, const Request& request) {
+    if (!request.event) return nullptr;
+    const Scenario* scenario = state.config.scenarioFor(*request.event);
+    return scenario != nullptr && !scenario->action.empty() ? &scenario->action : nullptr;
+}
+
+std::string requestWhat(const ServiceState& state, const Request& request) {
+    std::string what = requestKindName(request.kind);
+    if (request.event) {
+        what += " " + std::to_string(*request.event);
+        if (const std::string* action = actionOf(state, request)) what += " (" + *action + ")";
+    }
+    return what;
+}
+
 std::string describeRequest(const ServiceState& state, const Request& request) {
     std::ostringstream text;
-    text << "handle " << request.handle << " " << requestKindName(request.kind);
-    if (request.event) {
-        text << " " << *request.event;
-        if (const Scenario* scenario = state.config.scenarioFor(*request.event)) {
-            if (!scenario->action.empty()) text << " (" << scenario->action << ")";
-        }
-    }
+    text << "handle " << request.handle << " " << requestWhat(state, request);
     text << " pkg " << orNone(request.package) << " identity " << orNone(request.identity)
          << " pid " << request.pid;
     if (request.durationMs > 0) {
@@ -54,11 +65,8 @@ std::string describeRequest(const ServiceState& state, const Request& request) {
 }
 
 std::string requestTitle(const ServiceState& state, const Request& request) {
-    if (request.event) {
-        const Scenario* scenario = state.config.scenarioFor(*request.event);
-        if (scenario != nullptr && !scenario->action.empty()) return scenario->action;
-        return "event " + std::to_string(*request.event);
-    }
+    if (const std::string* action = actionOf(state, request)) return *action;
+    if (request.event) return "event " + std::to_string(*request.event);
     return requestKindName(request.kind);
 }
 
@@ -73,8 +81,7 @@ TraceWriter::Args requestArgs(const Request& request) {
 }
 
 std::string traceTrack(const ServiceState& state, const ResourceKey& key) {
-    std::string name = state.nameOf(key);
-    return name.empty() ? key.toString() : name;
+    return state.config.shortNameOf(key);
 }
 
 std::vector<std::string> dumpLines(const ServiceState& state, int32_t code,
@@ -82,10 +89,6 @@ std::vector<std::string> dumpLines(const ServiceState& state, int32_t code,
     std::vector<std::string> lines;
     auto add = [&lines](const std::string& line) { lines.push_back("  " + line); };
     const auto now = ServiceClock::now();
-    auto msLeft = [now](ServiceClock::time_point deadline) {
-        return std::max<int64_t>(
-                0, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count());
-    };
     auto withName = [&state](const ResourceKey& key) { return state.labelOf(key); };
 
     switch (code) {
@@ -95,7 +98,7 @@ std::vector<std::string> dumpLines(const ServiceState& state, int32_t code,
             for (const auto& [handle, request] : state.requests) {
                 if (request.deadline) {
                     add("expire handle " + std::to_string(handle) + " in " +
-                        std::to_string(msLeft(*request.deadline)) + " ms");
+                        std::to_string(msLeft(*request.deadline, now)) + " ms");
                 }
             }
             break;
@@ -105,7 +108,7 @@ std::vector<std::string> dumpLines(const ServiceState& state, int32_t code,
             for (const auto& [handle, request] : state.requests) {
                 std::string line = describeRequest(state, request);
                 if (request.deadline) {
-                    line += ", " + std::to_string(msLeft(*request.deadline)) + " ms left";
+                    line += ", " + std::to_string(msLeft(*request.deadline, now)) + " ms left";
                 }
                 add(line);
             }

@@ -14,6 +14,18 @@ namespace aidl::vendor::norvo::hardware::vela::impl {
 // "event", "control", ...
 const char* requestKindName(int32_t kind);
 
+// The small words every table and log line uses: "none" for an empty package or identity,
+// "1 resource" / "2 resources", and the whole milliseconds from `now` to a deadline (never
+// below 0: an expiry that is due shows as 0 until the timer has run).
+std::string orNone(const std::string& text);
+std::string counted(size_t n, const char* noun);
+int64_t msLeft(ServiceClock::time_point deadline, ServiceClock::time_point now);
+
+// The action configured for a request's event, or null (no event, or none configured).
+const std::string* actionOf(const ServiceState& state, const Request& request);
+// "event 0 (ACTION_LAUNCH)", "event 5" when it has no action, else the kind: "control".
+std::string requestWhat(const ServiceState& state, const Request& request);
+
 // "handle 3 event 0 (ACTION_LAUNCH) pkg none identity none pid 12 until released, 6 resources"
 std::string describeRequest(const ServiceState& state, const Request& request);
 

@@ -27,14 +27,6 @@ std::string tableNames() {
     return names;
 }
 
-std::string counted(size_t n, const char* noun) {
-    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
-}
-
-std::string orNone(const std::string& text) {
-    return text.empty() ? "none" : text;
-}
-
 // {"id": "0x…"} or {"path": "…"}, with the configured name when there is one.
 Json::Value keyJson(const ServiceState& state, const ResourceKey& key) {
     Json::Value json(Json::objectValue);
@@ -96,32 +88,21 @@ Table requestsTable(const ServiceState& state) {
         Json::Value row;
         row["handle"] = handle;
         row["kind"] = requestKindName(request.kind);
-        std::string what = requestKindName(request.kind);
-        if (request.event) {
-            row["event"] = *request.event;
-            what += " " + std::to_string(*request.event);
-            const Scenario* scenario = state.config.scenarioFor(*request.event);
-            if (scenario != nullptr && !scenario->action.empty()) {
-                row["action"] = scenario->action;
-                what += " (" + scenario->action + ")";
-            }
-        }
+        if (request.event) row["event"] = *request.event;
+        if (const std::string* action = actionOf(state, request)) row["action"] = *action;
         row["package"] = request.package;
         row["identity"] = request.identity;
         row["pid"] = request.pid;
         std::string left = "until released";
         if (request.deadline) {
-            const int64_t ms = std::max<int64_t>(
-                    0,
-                    std::chrono::duration_cast<std::chrono::milliseconds>(*request.deadline - now)
-                            .count());
+            const int64_t ms = msLeft(*request.deadline, now);
             row["ms_left"] = Json::Int64(ms);
             left = std::to_string(ms) + " ms left";
         } else {
             row["ms_left"] = Json::Value();  // until released
         }
         row["resources"] = Json::UInt64(request.resources.size());
-        t.line("handle " + std::to_string(handle) + " " + what + " pkg " + orNone(request.package) +
+        t.line("handle " + std::to_string(handle) + " " + requestWhat(state, request) + " pkg " + orNone(request.package) +
                " identity " + orNone(request.identity) + " pid " + std::to_string(request.pid) +
                ", " + left + ", " + counted(request.resources.size(), "resource"));
         t.json.append(row);
