@@ -3,14 +3,19 @@
 #include <cstdio>
 
 #include "ServiceDumpReader.h"
+#include "ServiceDumpsys.h"
 #include "ToolCommands.h"
 
 namespace velactl {
 
 void bindDumpsys(CLI::App& app, DumpsysOptions& o) {
+    // The names are the service's own; it refuses what it does not know, with the list.
+    std::string names;
+    for (const auto& row : aidl::vendor::norvo::hardware::vela::impl::kDumpsysTables) {
+        names += std::string(names.empty() ? "" : ", ") + row.name;
+    }
     app.add_option("tables", o.tables,
-                   "resources, requests, listeners, rules, history, properties (all when none; "
-                   "history only while recording)");
+                   names + " (all when none; history only while recording)");
     app.add_flag("--json", o.json, "one JSON object, a member per table");
 }
 

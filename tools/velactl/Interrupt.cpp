@@ -19,10 +19,7 @@ void onInterrupt(int) {
         gInterrupted = true;
         return;
     }
-    static const char kMessage[] = "\nvelactl: interrupted\n";
-    ssize_t ignored = write(STDERR_FILENO, kMessage, sizeof(kMessage) - 1);
-    (void)ignored;
-    _exit(vela_exit::kInterrupted);
+    leaveInterrupted();
 }
 
 }  // namespace
@@ -44,6 +41,13 @@ InterruptScope::~InterruptScope() {
 
 bool interrupted() {
     return gInterrupted;
+}
+
+void leaveInterrupted() {
+    static const char kMessage[] = "\nvelactl: interrupted\n";
+    ssize_t ignored = write(STDERR_FILENO, kMessage, sizeof(kMessage) - 1);
+    (void)ignored;
+    _exit(vela_exit::kInterrupted);
 }
 
 }  // namespace velactl

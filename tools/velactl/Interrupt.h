@@ -20,4 +20,7 @@ public:
 // SIGINT arrived since the outermost InterruptScope began.
 bool interrupted();
 
+// Says so on stderr and leaves with kExitInterrupted; async-signal-safe, for handlers.
+[[noreturn]] void leaveInterrupted();
+
 }  // namespace velactl

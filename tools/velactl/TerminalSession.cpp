@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "Context.h"
+#include "Interrupt.h"
 
 namespace velactl {
 
@@ -32,10 +33,7 @@ void restoreTerminal() {
 void onSignal(int) {
     if (gInLibrary.load()) {
         restoreTerminal();
-        static const char kMessage[] = "\nvelactl: interrupted\n";
-        ssize_t ignored = write(STDERR_FILENO, kMessage, sizeof(kMessage) - 1);
-        (void)ignored;
-        _exit(kExitInterrupted);
+        leaveInterrupted();
     }
     ssize_t ignored = write(gWakePipe[1], &kSignalByte, 1);
     (void)ignored;
