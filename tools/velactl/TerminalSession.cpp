@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "Context.h"
 #include "Interrupt.h"
 
 namespace velactl {
