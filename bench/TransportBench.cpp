@@ -9,13 +9,12 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <hostbinder/hostbinder.h>
-#include <velaHalclient.h>
-
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#include <velaHalclient.h>
 
 #include <algorithm>
 #include <atomic>
@@ -48,8 +47,12 @@ void* operator new(size_t size) {
     return p;
 }
 // The matching deletes of the replaced operator new.
-void operator delete(void* p) noexcept { free(p); }  // NOLINT
-void operator delete(void* p, size_t) noexcept { free(p); }
+void operator delete(void* p) noexcept {
+    free(p);
+}  // NOLINT
+void operator delete(void* p, size_t) noexcept {
+    free(p);
+}
 
 namespace {
 
@@ -80,8 +83,7 @@ public:
         return ScopedAStatus::ok();
     }
     ScopedAStatus resListeningRegister(const VelaRequestParcel&,
-                                       const std::shared_ptr<IVelaCallback>&,
-                                       int32_t* r) override {
+                                       const std::shared_ptr<IVelaCallback>&, int32_t* r) override {
         return ok(r);
     }
     ScopedAStatus resListeningUnregister(int32_t, int32_t* r) override { return ok(r); }
@@ -340,8 +342,9 @@ int main(int argc, char** argv) {
         printf("reconnection, median of %d restarts (reachable -> first success): "
                "velaHalclient %.0f us, Pax %.0f us\n",
                rounds,
-               medianReconnectMicros(self, service, rounds,
-                                     [] { return velaHalclient::velaPropertySet("k", "v") == kAnswer; }),
+               medianReconnectMicros(
+                       self, service, rounds,
+                       [] { return velaHalclient::velaPropertySet("k", "v") == kAnswer; }),
                medianReconnectMicros(self, service, rounds,
                                      [] { return setRelatedSysInfo(1, 2) == kAnswer; }));
     }

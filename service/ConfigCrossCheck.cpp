@@ -111,8 +111,8 @@ private:
         if (!info.name.empty()) {
             auto [first, added] = mNames.emplace(info.name, where);
             if (!added) {
-                report(child(where, "name"), "the name \"" + info.name + "\" is taken by " +
-                                                     pathText(first->second));
+                report(child(where, "name"),
+                       "the name \"" + info.name + "\" is taken by " + pathText(first->second));
             }
         }
 
@@ -120,8 +120,9 @@ private:
         if (const Json::Value& v = node["type"]; v.isString()) {
             const auto type = valueTypeNamed(v.asString());
             if (type) info.type = *type;
-            if (!type) report(child(where, "type"), "unknown type \"" + v.asString() +
-                                                            "\" (integer or text)");
+            if (!type)
+                report(child(where, "type"),
+                       "unknown type \"" + v.asString() + "\" (integer or text)");
             rulesKnown = rulesKnown && type.has_value();
         }
         info.arbitration = implicitArbitration(info.name, info.type);
@@ -129,8 +130,8 @@ private:
             const auto rule = arbitrationNamed(v.asString());
             if (rule) info.arbitration = *rule;
             if (!rule) {
-                report(child(where, "arbitration"), "unknown arbitration \"" + v.asString() +
-                                                            "\" (max, min or latest)");
+                report(child(where, "arbitration"),
+                       "unknown arbitration \"" + v.asString() + "\" (max, min or latest)");
             } else if (*rule != Arbitration::kLatest && info.type != ValueType::kInteger) {
                 report(child(where, "arbitration"),
                        std::string("\"") + v.asString() + "\" needs an integer resource");
@@ -177,19 +178,19 @@ private:
             const std::string& name = action.asString();
             const auto it = std::find(gActionList.begin(), gActionList.end(), name);
             if (it == gActionList.end()) {
-                report(child(where, "action"), "unknown action \"" + name + "\"" +
-                                                       closestAction(name));
+                report(child(where, "action"),
+                       "unknown action \"" + name + "\"" + closestAction(name));
             } else if (hasEvent) {
                 const auto id = static_cast<size_t>(event.asInt());
                 if (id >= gActionList.size() || gActionList[id] != name) {
-                    const std::string is = id < gActionList.size()
-                                                   ? "is " + gActionList[id]
-                                                   : "is past the action table (0 to " +
-                                                             std::to_string(gActionList.size() - 1) +
-                                                             ")";
-                    report(child(where, "event"),
-                           "event " + std::to_string(id) + " " + is + "; " + name + " is event " +
-                                   std::to_string(it - gActionList.begin()));
+                    const std::string is =
+                            id < gActionList.size()
+                                    ? "is " + gActionList[id]
+                                    : "is past the action table (0 to " +
+                                              std::to_string(gActionList.size() - 1) + ")";
+                    report(child(where, "event"), "event " + std::to_string(id) + " " + is + "; " +
+                                                          name + " is event " +
+                                                          std::to_string(it - gActionList.begin()));
                 }
             }
         }
@@ -197,7 +198,8 @@ private:
         if (!claims.isArray()) return;
         std::map<ResourceKey, Json::ArrayIndex> claimed;
         for (Json::ArrayIndex k = 0; k < claims.size(); ++k) {
-            if (claims[k].isObject()) claim(claims[k], child(child(where, "resources"), k), &claimed);
+            if (claims[k].isObject())
+                claim(claims[k], child(child(where, "resources"), k), &claimed);
         }
     }
 

@@ -1,14 +1,13 @@
 // The schema pass: valijson over the jsoncpp document, its findings turned into paths and
 // sentences a performance engineer reads without knowing JSON Schema.
+#include <cstring>
+#include <exception>
+#include <memory>
 #include <valijson/adapters/jsoncpp_adapter.hpp>
 #include <valijson/schema.hpp>
 #include <valijson/schema_parser.hpp>
 #include <valijson/validation_results.hpp>
 #include <valijson/validator.hpp>
-
-#include <cstring>
-#include <exception>
-#include <memory>
 
 #include "ConfigChecks.h"
 

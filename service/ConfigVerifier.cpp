@@ -19,9 +19,8 @@ namespace aidl::vendor::norvo::hardware::vela::impl {
 namespace {
 
 bool isPlainKey(const std::string& key) {
-    return !key.empty() && std::all_of(key.begin(), key.end(), [](unsigned char c) {
-        return isalnum(c) || c == '_';
-    });
+    return !key.empty() && std::all_of(key.begin(), key.end(),
+                                       [](unsigned char c) { return isalnum(c) || c == '_'; });
 }
 
 // jsoncpp's report ("* Line 1, Column 8\n  Duplicate key: 'a'\n") on one line, as every

@@ -104,16 +104,16 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
         return mState.reject(kResultBadRequest, kind + " request: " + why);
     }
     if (mState.requests.size() >= ServiceLimits::kMaxRequests) {
-        return mState.reject(kResultLimitReached, "too many active requests (" +
-                                                          std::to_string(ServiceLimits::kMaxRequests) +
-                                                          ")");
+        return mState.reject(
+                kResultLimitReached,
+                "too many active requests (" + std::to_string(ServiceLimits::kMaxRequests) + ")");
     }
 
     request.handle = mState.newHandle();
     if (request.durationMs > 0) {
         request.deadline =
-                request.made +
-                std::chrono::milliseconds(std::min(request.durationMs, ServiceLimits::kMaxDurationMs));
+                request.made + std::chrono::milliseconds(
+                                       std::min(request.durationMs, ServiceLimits::kMaxDurationMs));
         mTimer->arm(request.handle, *request.deadline);
     }
     const int32_t handle = request.handle;
@@ -122,7 +122,8 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
     const std::string description = describeRequest(mState, request);
     serviceLog(ANDROID_LOG_INFO, "acquire %s", description.c_str());
     mState.record("acquire " + description);
-    if (mState.trace) mState.trace->begin(handle, requestTitle(mState, request), requestArgs(request));
+    if (mState.trace)
+        mState.trace->begin(handle, requestTitle(mState, request), requestArgs(request));
 
     if (parcel.callback != nullptr) {
         // One answer per request: the values in force for what it asked, once it took effect.
@@ -141,9 +142,9 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
 int32_t RequestBook::releaseLocked(int32_t handle, const char* why) {
     auto it = mState.requests.find(handle);
     if (it == mState.requests.end()) {
-        return mState.reject(kResultUnknownHandle, std::string(why) +
-                                                           ": no active request with handle " +
-                                                           std::to_string(handle));
+        return mState.reject(
+                kResultUnknownHandle,
+                std::string(why) + ": no active request with handle " + std::to_string(handle));
     }
     if (it->second.deadline) mTimer->cancel(handle, *it->second.deadline);
     serviceLog(ANDROID_LOG_INFO, "%s handle %d (%s)", why, handle,
@@ -222,7 +223,8 @@ void RequestBook::publishLocked(const std::vector<Change>& changes) {
             !mState.mirror->apply(change.key.path, change.after, &error)) {
             serviceLog(ANDROID_LOG_ERROR, "sysfs mirror: %s", error.c_str());
         }
-        if (mState.trace) mState.trace->counter(traceTrack(mState, change.key), change.after.value_or(""));
+        if (mState.trace)
+            mState.trace->counter(traceTrack(mState, change.key), change.after.value_or(""));
     }
     mListeners.notifyLocked(changes);
 }

@@ -1,10 +1,10 @@
 #include "ResourceTable.h"
 
-#include <cerrno>
 #include <cctype>
-#include <cstdlib>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -52,8 +52,8 @@ const ResourceTable::Claim* ResourceTable::winnerIn(const ResourceKey& key,
     const Claim* winner = &slot.claims.back();
     if (rule == Arbitration::kLatest) return winner;
     // A claim that is not a number cannot be ordered: any number beats it (the service refuses
-    // such claims on the integer resources it declares, so this is for undeclared ones). Among equal
-    // values the most recent claim is the winner, so that the holder shown is the one whose
+    // such claims on the integer resources it declares, so this is for undeclared ones). Among
+    // equal values the most recent claim is the winner, so that the holder shown is the one whose
     // release would not change the value.
     std::optional<int64_t> best = parseDecimal(winner->value);
     for (auto it = slot.claims.rbegin() + 1; it != slot.claims.rend(); ++it) {
@@ -68,8 +68,7 @@ const ResourceTable::Claim* ResourceTable::winnerIn(const ResourceKey& key,
     return winner;
 }
 
-std::optional<std::string> ResourceTable::valueIn(const ResourceKey& key,
-                                                  const Slot& slot) const {
+std::optional<std::string> ResourceTable::valueIn(const ResourceKey& key, const Slot& slot) const {
     if (const Claim* winner = winnerIn(key, slot)) return winner->value;
     return slot.defaultValue;
 }

@@ -76,7 +76,8 @@ TraceWriter::Args requestArgs(const Request& request) {
                            {"identity", orNone(request.identity)},
                            {"pid", std::to_string(request.pid)},
                            {"resources", std::to_string(request.resources.size())}};
-    if (request.durationMs > 0) args.emplace_back("duration_ms", std::to_string(request.durationMs));
+    if (request.durationMs > 0)
+        args.emplace_back("duration_ms", std::to_string(request.durationMs));
     return args;
 }
 
@@ -122,7 +123,8 @@ std::vector<std::string> dumpLines(const ServiceState& state, int32_t code,
             for (const auto& [key, value] : state.table.inForce()) {
                 const auto holder = state.table.holderOf(key);
                 add(withName(key) + " = " + value + " (" +
-                    (holder ? holder->toString() + ", depth " + std::to_string(state.table.depthOf(key))
+                    (holder ? holder->toString() + ", depth " +
+                                      std::to_string(state.table.depthOf(key))
                             : std::string("default")) +
                     ")");
             }
@@ -176,8 +178,8 @@ std::vector<std::string> dumpLines(const ServiceState& state, int32_t code,
             }
             break;
         case kDumpRecords:
-            lines.push_back("history (" + std::to_string(state.history.size()) + " records, recording " +
-                            (state.recording ? "on" : "off") + "):");
+            lines.push_back("history (" + std::to_string(state.history.size()) +
+                            " records, recording " + (state.recording ? "on" : "off") + "):");
             for (const std::string& record : state.history) add(record);
             break;
         default:

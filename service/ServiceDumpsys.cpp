@@ -102,9 +102,10 @@ Table requestsTable(const ServiceState& state) {
             row["ms_left"] = Json::Value();  // until released
         }
         row["resources"] = Json::UInt64(request.resources.size());
-        t.line("handle " + std::to_string(handle) + " " + requestWhat(state, request) + " pkg " + orNone(request.package) +
-               " identity " + orNone(request.identity) + " pid " + std::to_string(request.pid) +
-               ", " + left + ", " + counted(request.resources.size(), "resource"));
+        t.line("handle " + std::to_string(handle) + " " + requestWhat(state, request) + " pkg " +
+               orNone(request.package) + " identity " + orNone(request.identity) + " pid " +
+               std::to_string(request.pid) + ", " + left + ", " +
+               counted(request.resources.size(), "resource"));
         t.json.append(row);
     }
     return t;

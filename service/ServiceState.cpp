@@ -56,8 +56,7 @@ void ServiceState::record(std::string text) {
 
 int32_t ServiceState::reject(int32_t result, const std::string& why) {
     ++counters.rejected;
-    serviceLog(ANDROID_LOG_ERROR, "refused (%s, %d): %s", resultName(result), result,
-               why.c_str());
+    serviceLog(ANDROID_LOG_ERROR, "refused (%s, %d): %s", resultName(result), result, why.c_str());
     return result;
 }
 

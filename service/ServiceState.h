@@ -8,9 +8,9 @@
 // the values in force and what listeners are owed) and must be seen whole.
 #pragma once
 
+#include <aidl/vendor/norvo/hardware/vela/IVelaCallback.h>
 #include <aidl/vendor/norvo/hardware/vela/VelaRequestData.h>
 #include <aidl/vendor/norvo/hardware/vela/VelaRequestParcel.h>
-#include <aidl/vendor/norvo/hardware/vela/IVelaCallback.h>
 #include <sys/types.h>
 
 #include <chrono>

@@ -106,8 +106,9 @@ int32_t VelaService::controlLocked(const VelaRequestParcel& request,
 int32_t VelaService::diagnosticLocked(const VelaRequestParcel& request,
                                       std::vector<std::string>* dump) {
     if (request.requestDatas.size() != 1) {
-        return mState.reject(kResultBadRequest, "diagnostic request needs exactly one item, got " +
-                                                        std::to_string(request.requestDatas.size()));
+        return mState.reject(kResultBadRequest,
+                             "diagnostic request needs exactly one item, got " +
+                                     std::to_string(request.requestDatas.size()));
     }
     const int32_t code = request.requestDatas[0].id;
     if (code >= kDumpToDoQueue && code <= kDumpRecords) {
@@ -128,8 +129,8 @@ int32_t VelaService::thermalNotifyLocked(const VelaRequestParcel& request) {
         if (item.id == 0 && (!item.value || item.value->empty())) continue;  // an empty slot
         if (!item.value || item.value->empty() || item.value->size() > kMaxText) {
             return mState.reject(kResultBadRequest, "thermal notification: subsystem " +
-                                                         std::to_string(item.id) +
-                                                         " without a usable level");
+                                                            std::to_string(item.id) +
+                                                            " without a usable level");
         }
         VelaRequestData level{};
         level.id = item.id;
@@ -142,7 +143,8 @@ int32_t VelaService::thermalNotifyLocked(const VelaRequestParcel& request) {
         text += " " + std::to_string(level.id) + "=" + *level.value;
     }
     mState.thermalSequence = mState.thermalSequence == INT32_MAX ? 1 : mState.thermalSequence + 1;
-    serviceLog(ANDROID_LOG_INFO, "thermal notification %d:%s", mState.thermalSequence, text.c_str());
+    serviceLog(ANDROID_LOG_INFO, "thermal notification %d:%s", mState.thermalSequence,
+               text.c_str());
     mState.record("thermal" + text);
     if (mState.trace) mState.trace->instant("thermal", "thermal" + text, {});
     mListeners.notifyThermalLocked(levels);
@@ -159,7 +161,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
         for (const auto& text : *request.paths) values += " " + text.value_or("-");
     }
     serviceLog(ANDROID_LOG_INFO, "notify cmd %d param %d values%s", first.id, first.param,
-         values.empty() ? " none" : values.c_str());
+               values.empty() ? " none" : values.c_str());
     const std::string what = "notify cmd " + std::to_string(first.id) + " param " +
                              std::to_string(first.param) + " values" +
                              (values.empty() ? " none" : values);
@@ -283,13 +285,12 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     if (key.empty() || key.size() > 128 || key.rfind("ro.", 0) == 0 ||
         key == "vendor.vela.history" || key == "vendor.vela.active_requests") {
         *out = mState.reject(kResultBadRequest,
-                            "property \"" + key.substr(0, 128) +
-                                    "\" cannot be set (empty, too long or read-only)");
+                             "property \"" + key.substr(0, 128) +
+                                     "\" cannot be set (empty, too long or read-only)");
     } else if (value.size() > kMaxPropertyValue) {
-        *out = mState.reject(kResultBadRequest, "property " + key + ": value of " +
-                                                     std::to_string(value.size()) +
-                                                     " bytes (at most " +
-                                                     std::to_string(kMaxPropertyValue) + ")");
+        *out = mState.reject(kResultBadRequest,
+                             "property " + key + ": value of " + std::to_string(value.size()) +
+                                     " bytes (at most " + std::to_string(kMaxPropertyValue) + ")");
     } else {
         mState.properties[key] = value;
         serviceLog(ANDROID_LOG_INFO, "property %s = %s", key.c_str(), value.c_str());

@@ -134,10 +134,11 @@ int parseArgs(int argc, char** argv, Args* args) {
         fprintf(stderr, "vela-service: --exec-all needs --check-config FILE\n");
         return vela_exit::kUsage;
     }
-    if (!args->checkFile.empty() && (!args->configFile.empty() || !args->sysfsRoot.empty() ||
-                                    !args->traceFile.empty())) {
-        fprintf(stderr, "vela-service: --check-config does not serve: drop --config, "
-                        "--sysfs-root and --trace\n");
+    if (!args->checkFile.empty() &&
+        (!args->configFile.empty() || !args->sysfsRoot.empty() || !args->traceFile.empty())) {
+        fprintf(stderr,
+                "vela-service: --check-config does not serve: drop --config, "
+                "--sysfs-root and --trace\n");
         return vela_exit::kUsage;
     }
     return -1;

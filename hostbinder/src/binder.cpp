@@ -1,19 +1,18 @@
 // AIBinder: reference counting, classes, transactions, weak references and death links.
 #include "binder.h"
 
-#include "parcel.h"
-#include "session.h"
-
 #include <android/binder_parcel_utils.h>
-
 #include <fcntl.h>
 
 #include <climits>
 #include <cstring>
-#include <string>
-#include <vector>
 #include <memory>
 #include <new>
+#include <string>
+#include <vector>
+
+#include "parcel.h"
+#include "session.h"
 
 void AIBinder::decStrong() {
     if (strong.fetch_sub(1, std::memory_order_acq_rel) == 1) {
@@ -41,7 +40,9 @@ void LocalBinder::onLastStrongRef() {
     if (c != nullptr && c->onDestroy != nullptr) c->onDestroy(userData);
 }
 
-void RemoteBinder::onLastStrongRef() { session->proxyGone(this); }
+void RemoteBinder::onLastStrongRef() {
+    session->proxyGone(this);
+}
 
 std::vector<DeathLink> RemoteBinder::die() {
     std::lock_guard<std::mutex> lock(mutex);
@@ -123,7 +124,9 @@ AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args) {
     return binder;
 }
 
-bool AIBinder_isRemote(const AIBinder* binder) { return binder != nullptr && binder->isRemote(); }
+bool AIBinder_isRemote(const AIBinder* binder) {
+    return binder != nullptr && binder->isRemote();
+}
 
 bool AIBinder_isAlive(const AIBinder* binder) {
     if (binder == nullptr) return false;
@@ -227,9 +230,15 @@ void* AIBinder_getUserData(AIBinder* binder) {
     return static_cast<LocalBinder*>(binder)->userData;
 }
 
-uid_t AIBinder_getCallingUid() { return callingIdentity().uid; }
-pid_t AIBinder_getCallingPid() { return callingIdentity().pid; }
-bool AIBinder_isHandlingTransaction() { return callingIdentity().handling; }
+uid_t AIBinder_getCallingUid() {
+    return callingIdentity().uid;
+}
+pid_t AIBinder_getCallingPid() {
+    return callingIdentity().pid;
+}
+bool AIBinder_isHandlingTransaction() {
+    return callingIdentity().handling;
+}
 
 binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     if (binder == nullptr || in == nullptr) return STATUS_UNEXPECTED_NULL;

@@ -1,7 +1,5 @@
 #include "directory.h"
 
-#include "dispatcher.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -12,11 +10,15 @@
 #include <cstring>
 #include <mutex>
 
+#include "dispatcher.h"
+
 namespace {
 // More than any honest list of instances; a file that points at an endless device is cut here.
 constexpr size_t kDeclaredLimit = 64 * 1024;
 
-std::string declaredPath() { return runtimeDirectory() + "/declared"; }
+std::string declaredPath() {
+    return runtimeDirectory() + "/declared";
+}
 
 // Opens the list without following a link or blocking on a pipe; refuses anything but a
 // regular file.
@@ -48,8 +50,8 @@ std::string readList(int fd) {
         got += static_cast<size_t>(n);
     }
     text.resize(got);
-    if (got == kDeclaredLimit) text.resize(text.rfind('\n') == std::string::npos ? 0
-                                                                                 : text.rfind('\n'));
+    if (got == kDeclaredLimit)
+        text.resize(text.rfind('\n') == std::string::npos ? 0 : text.rfind('\n'));
     return text;
 }
 

@@ -3,12 +3,11 @@
 // ours that nobody else can write, and the list must be a regular file.
 #pragma once
 
+#include <android/binder_status.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
-
-#include <android/binder_status.h>
 
 std::string runtimeDirectory();
 // Empty when the directory can be trusted (it is made, owner-only, when missing); else why not.

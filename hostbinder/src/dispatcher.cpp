@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdarg>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <thread>
 
@@ -66,7 +66,9 @@ void Dispatcher::deliver(Fn&& fn) {
     mDelivering.fetch_sub(1);
 }
 
-bool Dispatcher::onBinderThread() { return tOnBinderThread; }
+bool Dispatcher::onBinderThread() {
+    return tOnBinderThread;
+}
 
 void Dispatcher::add(int fd, uint64_t id, uint32_t events, std::shared_ptr<Watched> handler) {
     {

@@ -3,7 +3,6 @@
 
 #include <android/binder_ibinder.h>
 #include <android/binder_parcel_utils.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,7 +37,9 @@ void AParcel::forgetObjectsIn(uint32_t begin, uint32_t end) {
 }
 
 namespace {
-uint32_t padded(uint32_t size) { return (size + 3u) & ~3u; }
+uint32_t padded(uint32_t size) {
+    return (size + 3u) & ~3u;
+}
 
 // Writes `size` bytes at the position, zero-padding to 4 bytes, and advances.
 binder_status_t writeRaw(AParcel* p, const void* bytes, uint32_t size) {
@@ -84,9 +85,13 @@ binder_status_t readValue(const AParcel* p, T* value) {
 
 extern "C" {
 
-AParcel* AParcel_create() { return new (std::nothrow) AParcel; }
+AParcel* AParcel_create() {
+    return new (std::nothrow) AParcel;
+}
 
-void AParcel_delete(AParcel* parcel) { delete parcel; }
+void AParcel_delete(AParcel* parcel) {
+    delete parcel;
+}
 
 binder_status_t AParcel_setDataPosition(const AParcel* parcel, int32_t position) {
     if (parcel == nullptr) return STATUS_UNEXPECTED_NULL;
@@ -152,9 +157,8 @@ binder_status_t AParcel_writeStrongBinder(AParcel* parcel, AIBinder* binder) {
     if (status != STATUS_OK || binder == nullptr) return status;
     AIBinder_incStrong(binder);
     ParcelObject object{offset, binder};
-    auto at = std::upper_bound(
-            parcel->objects.begin(), parcel->objects.end(), offset,
-            [](uint32_t off, const ParcelObject& o) { return off < o.offset; });
+    auto at = std::upper_bound(parcel->objects.begin(), parcel->objects.end(), offset,
+                               [](uint32_t off, const ParcelObject& o) { return off < o.offset; });
     parcel->objects.insert(at, object);
     return STATUS_OK;
 }
@@ -233,22 +237,52 @@ binder_status_t AParcel_readString(const AParcel* parcel, void* stringData,
     return STATUS_OK;
 }
 
-binder_status_t AParcel_writeInt32(AParcel* p, int32_t v) { return writeValue(p, v); }
-binder_status_t AParcel_writeUint32(AParcel* p, uint32_t v) { return writeValue(p, v); }
-binder_status_t AParcel_writeInt64(AParcel* p, int64_t v) { return writeValue(p, v); }
-binder_status_t AParcel_writeUint64(AParcel* p, uint64_t v) { return writeValue(p, v); }
-binder_status_t AParcel_writeFloat(AParcel* p, float v) { return writeValue(p, v); }
-binder_status_t AParcel_writeDouble(AParcel* p, double v) { return writeValue(p, v); }
-binder_status_t AParcel_writeBool(AParcel* p, bool v) { return writeValue<int32_t>(p, v ? 1 : 0); }
-binder_status_t AParcel_writeChar(AParcel* p, char16_t v) { return writeValue<int32_t>(p, v); }
-binder_status_t AParcel_writeByte(AParcel* p, int8_t v) { return writeValue<int32_t>(p, v); }
+binder_status_t AParcel_writeInt32(AParcel* p, int32_t v) {
+    return writeValue(p, v);
+}
+binder_status_t AParcel_writeUint32(AParcel* p, uint32_t v) {
+    return writeValue(p, v);
+}
+binder_status_t AParcel_writeInt64(AParcel* p, int64_t v) {
+    return writeValue(p, v);
+}
+binder_status_t AParcel_writeUint64(AParcel* p, uint64_t v) {
+    return writeValue(p, v);
+}
+binder_status_t AParcel_writeFloat(AParcel* p, float v) {
+    return writeValue(p, v);
+}
+binder_status_t AParcel_writeDouble(AParcel* p, double v) {
+    return writeValue(p, v);
+}
+binder_status_t AParcel_writeBool(AParcel* p, bool v) {
+    return writeValue<int32_t>(p, v ? 1 : 0);
+}
+binder_status_t AParcel_writeChar(AParcel* p, char16_t v) {
+    return writeValue<int32_t>(p, v);
+}
+binder_status_t AParcel_writeByte(AParcel* p, int8_t v) {
+    return writeValue<int32_t>(p, v);
+}
 
-binder_status_t AParcel_readInt32(const AParcel* p, int32_t* v) { return readValue(p, v); }
-binder_status_t AParcel_readUint32(const AParcel* p, uint32_t* v) { return readValue(p, v); }
-binder_status_t AParcel_readInt64(const AParcel* p, int64_t* v) { return readValue(p, v); }
-binder_status_t AParcel_readUint64(const AParcel* p, uint64_t* v) { return readValue(p, v); }
-binder_status_t AParcel_readFloat(const AParcel* p, float* v) { return readValue(p, v); }
-binder_status_t AParcel_readDouble(const AParcel* p, double* v) { return readValue(p, v); }
+binder_status_t AParcel_readInt32(const AParcel* p, int32_t* v) {
+    return readValue(p, v);
+}
+binder_status_t AParcel_readUint32(const AParcel* p, uint32_t* v) {
+    return readValue(p, v);
+}
+binder_status_t AParcel_readInt64(const AParcel* p, int64_t* v) {
+    return readValue(p, v);
+}
+binder_status_t AParcel_readUint64(const AParcel* p, uint64_t* v) {
+    return readValue(p, v);
+}
+binder_status_t AParcel_readFloat(const AParcel* p, float* v) {
+    return readValue(p, v);
+}
+binder_status_t AParcel_readDouble(const AParcel* p, double* v) {
+    return readValue(p, v);
+}
 
 binder_status_t AParcel_readBool(const AParcel* p, bool* v) {
     if (v == nullptr) return STATUS_UNEXPECTED_NULL;

@@ -2,13 +2,8 @@
 // runtime directory, and the declaration file there stands in for the device's manifest.
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <hostbinder/hostbinder.h>
-
-#include "directory.h"
-#include "dispatcher.h"
-#include "session.h"
-
 #include <fcntl.h>
+#include <hostbinder/hostbinder.h>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
@@ -25,6 +20,10 @@
 #include <thread>
 #include <unordered_map>
 #include <vector>
+
+#include "directory.h"
+#include "dispatcher.h"
+#include "session.h"
 
 namespace {
 
@@ -60,8 +59,7 @@ bool peerIsUs(int fd) {
 class Listener : public Watched {
 public:
     Listener(int fd, std::string instance, AIBinder* binder)
-        : mFd(fd), mInstance(std::move(instance)), mBinder(binder),
-          mId(Dispatcher::get().newId()) {
+        : mFd(fd), mInstance(std::move(instance)), mBinder(binder), mId(Dispatcher::get().newId()) {
         AIBinder_incStrong(mBinder);
     }
     ~Listener() override {
@@ -252,8 +250,8 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
     const std::string path = socketPath(instance);
     if (!fillAddress(path, &addr)) return EX_ILLEGAL_ARGUMENT;
     static std::atomic<uint32_t> counter{0};
-    const std::string staging = runtimeDirectory() + "/.staging-" + std::to_string(getpid()) +
-                                "-" + std::to_string(counter.fetch_add(1));
+    const std::string staging = runtimeDirectory() + "/.staging-" + std::to_string(getpid()) + "-" +
+                                std::to_string(counter.fetch_add(1));
     sockaddr_un stagingAddr;
     if (!fillAddress(staging, &stagingAddr)) return EX_ILLEGAL_ARGUMENT;
 
@@ -309,9 +307,13 @@ bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {
     return true;
 }
 
-void ABinderProcess_startThreadPool() { Dispatcher::get().start(); }
+void ABinderProcess_startThreadPool() {
+    Dispatcher::get().start();
+}
 
-void ABinderProcess_joinThreadPool() { Dispatcher::get().join(); }
+void ABinderProcess_joinThreadPool() {
+    Dispatcher::get().join();
+}
 
 const char* HostBinder_getDirectory() {
     thread_local std::string dir;
@@ -349,8 +351,12 @@ binder_status_t HostBinder_stopService(const char* instance) {
     return STATUS_OK;
 }
 
-bool HostBinder_isBinderThread() { return Dispatcher::onBinderThread(); }
+bool HostBinder_isBinderThread() {
+    return Dispatcher::onBinderThread();
+}
 
-int32_t HostBinder_connectionCount() { return SessionRegistry::get().count(); }
+int32_t HostBinder_connectionCount() {
+    return SessionRegistry::get().count();
+}
 
 }  // extern "C"

@@ -200,8 +200,7 @@ bool Session::frameBuffered() const {
     if (available < sizeof(WireHeader)) return false;
     WireHeader h;
     memcpy(&h, mReadBuffer.data() + mReadStart, sizeof(h));
-    return !validHeader(h) ||
-           available >= sizeof(h) + size_t{h.objectCount} * 4 + h.dataSize;
+    return !validHeader(h) || available >= sizeof(h) + size_t{h.objectCount} * 4 + h.dataSize;
 }
 
 bool Session::takeFrame(Frame* frame, bool* bad) {

@@ -8,11 +8,6 @@
 // is disconnected.
 #pragma once
 
-#include "binder.h"
-#include "dispatcher.h"
-#include "parcel.h"
-#include "wire.h"
-
 #include <sys/types.h>
 
 #include <atomic>
@@ -24,6 +19,11 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#include "binder.h"
+#include "dispatcher.h"
+#include "parcel.h"
+#include "wire.h"
 
 class Session : public Watched, public std::enable_shared_from_this<Session> {
 public:

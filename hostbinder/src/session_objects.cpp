@@ -1,8 +1,8 @@
 // How binder objects cross a session: local binders are exported under ids, remote ones
 // become proxies, and each side returns the references it was given when it lets go.
-#include "session.h"
-
 #include <cstring>
+
+#include "session.h"
 
 AIBinder* Session::rootProxy() {
     std::lock_guard<std::mutex> lock(mMutex);
@@ -113,4 +113,3 @@ binder_status_t Session::unflatten(AParcel* parcel, const std::vector<uint32_t>&
     }
     return result;
 }
-

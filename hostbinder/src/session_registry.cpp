@@ -1,6 +1,6 @@
-#include "session.h"
-
 #include <algorithm>
+
+#include "session.h"
 
 SessionRegistry& SessionRegistry::get() {
     static SessionRegistry* registry = new SessionRegistry;

@@ -27,25 +27,39 @@ AStatus* make(binder_exception_t exception, int32_t serviceSpecific, binder_stat
 
 const char* exceptionName(binder_exception_t e) {
     switch (e) {
-        case EX_NONE: return "EX_NONE";
-        case EX_SECURITY: return "EX_SECURITY";
-        case EX_BAD_PARCELABLE: return "EX_BAD_PARCELABLE";
-        case EX_ILLEGAL_ARGUMENT: return "EX_ILLEGAL_ARGUMENT";
-        case EX_NULL_POINTER: return "EX_NULL_POINTER";
-        case EX_ILLEGAL_STATE: return "EX_ILLEGAL_STATE";
-        case EX_NETWORK_MAIN_THREAD: return "EX_NETWORK_MAIN_THREAD";
-        case EX_UNSUPPORTED_OPERATION: return "EX_UNSUPPORTED_OPERATION";
-        case EX_SERVICE_SPECIFIC: return "EX_SERVICE_SPECIFIC";
-        case EX_PARCELABLE: return "EX_PARCELABLE";
-        case EX_TRANSACTION_FAILED: return "EX_TRANSACTION_FAILED";
-        default: return "EX_UNKNOWN";
+        case EX_NONE:
+            return "EX_NONE";
+        case EX_SECURITY:
+            return "EX_SECURITY";
+        case EX_BAD_PARCELABLE:
+            return "EX_BAD_PARCELABLE";
+        case EX_ILLEGAL_ARGUMENT:
+            return "EX_ILLEGAL_ARGUMENT";
+        case EX_NULL_POINTER:
+            return "EX_NULL_POINTER";
+        case EX_ILLEGAL_STATE:
+            return "EX_ILLEGAL_STATE";
+        case EX_NETWORK_MAIN_THREAD:
+            return "EX_NETWORK_MAIN_THREAD";
+        case EX_UNSUPPORTED_OPERATION:
+            return "EX_UNSUPPORTED_OPERATION";
+        case EX_SERVICE_SPECIFIC:
+            return "EX_SERVICE_SPECIFIC";
+        case EX_PARCELABLE:
+            return "EX_PARCELABLE";
+        case EX_TRANSACTION_FAILED:
+            return "EX_TRANSACTION_FAILED";
+        default:
+            return "EX_UNKNOWN";
     }
 }
 }  // namespace
 
 extern "C" {
 
-AStatus* AStatus_newOk() { return make(EX_NONE, 0, STATUS_OK, nullptr); }
+AStatus* AStatus_newOk() {
+    return make(EX_NONE, 0, STATUS_OK, nullptr);
+}
 
 AStatus* AStatus_fromExceptionCode(binder_exception_t exception) {
     return make(exception, 0, STATUS_FAILED_TRANSACTION, nullptr);
@@ -59,8 +73,7 @@ AStatus* AStatus_fromServiceSpecificError(int32_t serviceSpecific) {
     return make(EX_SERVICE_SPECIFIC, serviceSpecific, STATUS_OK, nullptr);
 }
 
-AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific,
-                                                     const char* message) {
+AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific, const char* message) {
     return make(EX_SERVICE_SPECIFIC, serviceSpecific, STATUS_OK, message);
 }
 
@@ -112,6 +125,8 @@ void AStatus_deleteDescription(const char* description) {
     free(const_cast<char*>(description));
 }
 
-void AStatus_delete(AStatus* status) { delete status; }
+void AStatus_delete(AStatus* status) {
+    delete status;
+}
 
 }  // extern "C"

@@ -65,7 +65,8 @@ void oneCall(int thread, uint64_t i) {
                     velaResListeningRegister(ids, 0, std::make_shared<Recorder>()));
             break;
         default:
-            i % 2 == 0 ? PaxNotify(1, 0, {static_cast<int32_t>(i)}) : velaResStateRequest(big, 0, out);
+            i % 2 == 0 ? PaxNotify(1, 0, {static_cast<int32_t>(i)})
+                       : velaResStateRequest(big, 0, out);
     }
 }
 

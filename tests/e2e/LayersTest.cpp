@@ -109,9 +109,9 @@ TEST_F(LayersTest, PaxEventsQueriesRulesAndHistory) {
 
     std::string history;
     ASSERT_EQ(PaxGetHistory(history), 0);
-    for (const char* expected : {"start:", "(ACTION_LAUNCH) pkg com.example.e2e",
-                                 "notify cmd 5 param 1 values 7 8", "rule 9 on",
-                                 "sysinfo 3=1099511627776", "platform", ";end"}) {
+    for (const char* expected :
+         {"start:", "(ACTION_LAUNCH) pkg com.example.e2e", "notify cmd 5 param 1 values 7 8",
+          "rule 9 on", "sysinfo 3=1099511627776", "platform", ";end"}) {
         EXPECT_NE(history.find(expected), std::string::npos) << expected << "\n" << history;
     }
 }

@@ -6,8 +6,8 @@
 #include <atomic>
 
 #include "HalclientFixture.h"
-#include "vela_callback_client.h"
 #include "listening_registry.h"
+#include "vela_callback_client.h"
 
 namespace halclienttest {
 namespace {
@@ -126,8 +126,7 @@ TEST_F(HalclientTest, UnregisterRemovesEveryGroupWithTheHandle) {
     ON_CALL(*fake, resListeningRegister).WillByDefault(reply(7));
     ASSERT_EQ(velaResListeningRegister(first, 0, receiver), 7);
     ASSERT_EQ(velaResListeningRegister(second, 0, receiver), 7);
-    EXPECT_CALL(*fake, thermalListeningRegister(std::vector<int32_t>{3}, _, _))
-            .WillOnce(reply(11));
+    EXPECT_CALL(*fake, thermalListeningRegister(std::vector<int32_t>{3}, _, _)).WillOnce(reply(11));
     ASSERT_EQ(velaThermalListeningRegister({3}, receiver), 11);
     EXPECT_TRUE(info("subsys's callback has been registered to Vela HAL"));
 

@@ -46,8 +46,7 @@ TEST_F(HalclientTest, FailedCallIsLoggedDropsTheConnectionAndTheNextCallReconnec
             {"velaDumpRunMap", velaDumpRunMap},
             {"velaResCtlRelease", [] { return velaResCtlRelease(4); }},
             {"velaSACtlRelease", [] { return velaSACtlRelease(4); }},
-            {"velaResStateRequest",
-             [&] { return velaResStateRequest(list, 0, list); }},
+            {"velaResStateRequest", [&] { return velaResStateRequest(list, 0, list); }},
             {"vela_res_state_request",
              [&] { return vela_res_state_request_by_path({"a"}, {}, 0, out); }},
             {"vela_res_state_request_map",
@@ -60,12 +59,10 @@ TEST_F(HalclientTest, FailedCallIsLoggedDropsTheConnectionAndTheNextCallReconnec
              [&] {
                  return vela_res_listening_register_map_by_path({{"b", "1"}}, 0, receiver);
              }},
-            {"velaResListeningUnRegister",
-             [] { return velaResListeningUnRegister(4); }},
+            {"velaResListeningUnRegister", [] { return velaResListeningUnRegister(4); }},
             {"velaThermalListeningRegister",
              [&] { return velaThermalListeningRegister({1}, receiver); }},
-            {"velaThermalListeningUnregister",
-             [] { return velaThermalListeningUnregister(4); }},
+            {"velaThermalListeningUnregister", [] { return velaThermalListeningUnregister(4); }},
             {"velaPropertySet", [] { return velaPropertySet("k", "v"); }},
             {"velaPropertyGet", [] { return delete[] velaPropertyGet("k"), -1; }},
     };
@@ -106,9 +103,7 @@ TEST_F(HalclientTest, AfterDeathTheNextCallWaitsForTheServiceToComeBack) {
     // Connect twice to the same service, so that a recipient left linked from the first
     // connection would report the death a second time.
     EXPECT_CALL(*fake, resCtlRelease(2, _)).WillOnce(reply(8));
-    EXPECT_CALL(*fake, resCtlRelease(1, _))
-            .WillOnce(serviceSpecific(1))
-            .WillOnce(reply(0));
+    EXPECT_CALL(*fake, resCtlRelease(1, _)).WillOnce(serviceSpecific(1)).WillOnce(reply(0));
     EXPECT_EQ(velaResCtlRelease(1), -1);
     EXPECT_EQ(velaResCtlRelease(1), 0);
     service.stop();

@@ -124,7 +124,8 @@ TEST_F(HalclientTest, StateAnswersAreAppended) {
     EXPECT_EQ(vela_res_state_request_map_by_path({{"a", ""}}, 0, outMap), -1);
 
     ON_CALL(*fake, resStateRequest)
-            .WillByDefault(paxtest::reply(Items{makeItem(0x10, 0, "5"), makeItem(int32_t(0x80000002))}));
+            .WillByDefault(
+                    paxtest::reply(Items{makeItem(0x10, 0, "5"), makeItem(int32_t(0x80000002))}));
     EXPECT_EQ(velaResStateRequest(request, 0, reply), 3);
     EXPECT_EQ(reply, (ResourceList{{0x1, "old"}, {0x10, "5"}, {0x80000002u, std::nullopt}}));
     EXPECT_TRUE(info("vela client velaResStateRequest size 3"));

@@ -55,7 +55,8 @@ struct ServingChild : testing::Environment {
     }
 };
 [[maybe_unused]] testing::Environment* const childHook =
-        getenv(kChildEnv) != nullptr ? testing::AddGlobalTestEnvironment(new ServingChild) : nullptr;
+        getenv(kChildEnv) != nullptr ? testing::AddGlobalTestEnvironment(new ServingChild)
+                                     : nullptr;
 
 pid_t startChild(const char* mode) {
     const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_child"},

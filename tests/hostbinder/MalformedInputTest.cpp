@@ -1,18 +1,10 @@
 // Whatever arrives on a socket, the runtime answers with an error or drops that connection;
 // the service keeps serving everyone else and nothing piles up. Peers that hold on (idle, half
 // a message sent, replies never read) cost the others nothing; a reply cut short is a failure.
-#include "../../hostbinder/src/parcel.h"
-#include "../../hostbinder/src/wire.h"
-
 #include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <android/binder_manager.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
-
-#include "FakeVela.h"
-#include "ServiceHarness.h"
-#include "Waiter.h"
-
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -24,6 +16,12 @@
 #include <future>
 #include <thread>
 #include <vector>
+
+#include "../../hostbinder/src/parcel.h"
+#include "../../hostbinder/src/wire.h"
+#include "FakeVela.h"
+#include "ServiceHarness.h"
+#include "Waiter.h"
 
 using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
@@ -116,8 +114,8 @@ protected:
     void expectServiceStillWorks(const char* while_ = "") {
         auto call = std::async(std::launch::async, [this] {
             const auto start = std::chrono::steady_clock::now();
-            auto vela = IVela::fromBinder(
-                    ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
+            auto vela =
+                    IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
             int32_t out = -1;
             ON_CALL(*service, resCtlRelease).WillByDefault(reply(2));
             bool ok = vela != nullptr && vela->resCtlRelease(1, &out).isOk() && out == 2;

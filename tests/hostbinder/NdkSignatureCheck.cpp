@@ -16,9 +16,9 @@
 // Callback types.
 static_assert(std::is_same_v<AIBinder_Class_onCreate, void* (*)(void*)>);
 static_assert(std::is_same_v<AIBinder_Class_onDestroy, void (*)(void*)>);
-static_assert(std::is_same_v<AIBinder_Class_onTransact,
-                             binder_status_t (*)(AIBinder*, transaction_code_t, const AParcel*,
-                                                 AParcel*)>);
+static_assert(
+        std::is_same_v<AIBinder_Class_onTransact, binder_status_t (*)(AIBinder*, transaction_code_t,
+                                                                      const AParcel*, AParcel*)>);
 static_assert(std::is_same_v<AIBinder_onDump,
                              binder_status_t (*)(AIBinder*, int, const char**, uint32_t)>);
 static_assert(std::is_same_v<AIBinder_DeathRecipient_onBinderDied, void (*)(void*)>);
@@ -81,8 +81,7 @@ NDK_SIGNATURE(AParcel_readDouble, binder_status_t (*)(const AParcel*, double*));
 // Statuses.
 NDK_SIGNATURE(AStatus_newOk, AStatus* (*)());
 NDK_SIGNATURE(AStatus_fromExceptionCode, AStatus* (*)(binder_exception_t));
-NDK_SIGNATURE(AStatus_fromExceptionCodeWithMessage,
-              AStatus* (*)(binder_exception_t, const char*));
+NDK_SIGNATURE(AStatus_fromExceptionCodeWithMessage, AStatus* (*)(binder_exception_t, const char*));
 NDK_SIGNATURE(AStatus_fromServiceSpecificError, AStatus* (*)(int32_t));
 NDK_SIGNATURE(AStatus_fromServiceSpecificErrorWithMessage, AStatus* (*)(int32_t, const char*));
 NDK_SIGNATURE(AStatus_fromStatus, AStatus* (*)(binder_status_t));

@@ -1,8 +1,8 @@
 // Both parcels survive the wire with every field present and absent, and the parcel refuses
 // to read what is not there.
+#include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
-#include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 

@@ -86,8 +86,8 @@ TEST_F(PaxConnection, FailedCallDropsTheConnectionUntilTheNextCall) {
         AIBinder_DeathRecipient* before = paxRecipient();
         answerAll(exception(EX_ILLEGAL_STATE));
         call();
-        EXPECT_TRUE(logged(ANDROID_LOG_ERROR,
-                           logName + "() failed : vela HAL service not available"));
+        EXPECT_TRUE(
+                logged(ANDROID_LOG_ERROR, logName + "() failed : vela HAL service not available"));
         EXPECT_FALSE(paxConnected());
         answerAll(reply(11));
         EXPECT_EQ(call(), 11);

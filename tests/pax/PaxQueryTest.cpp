@@ -88,7 +88,8 @@ TEST_F(PaxQuery, SingleStateRequestWritesOnlyAnAnsweredValue) {
     EXPECT_CALL(*fake, resStateRequest).WillOnce(answer(values({{kPowerOpcode, " 123 mW"}})));
     PaxResStateRequest(kPowerOpcode, out);
     EXPECT_EQ(out, "123");
-    EXPECT_EQ(describe(sent), "15 0 0 0 0 pkg:none | 1011670 =0 1 35 | 1011670 =1 1 35 | 1011670 =2 1 35");
+    EXPECT_EQ(describe(sent),
+              "15 0 0 0 0 pkg:none | 1011670 =0 1 35 | 1011670 =1 1 35 | 1011670 =2 1 35");
 }
 
 // Unusable power answers reach the caller as the standard conversion errors; a failed status

@@ -37,7 +37,9 @@ protected:
     // `then`, after keeping the parcel.
     template <typename Action>
     auto answer(Action then) {
-        return [this, then](const VelaRequestParcel& p, auto* out) { return sent = p, then(p, out); };
+        return [this, then](const VelaRequestParcel& p, auto* out) {
+            return sent = p, then(p, out);
+        };
     }
     auto answer(Items items) { return answer(reply(std::move(items))); }
     void SetUp() override {

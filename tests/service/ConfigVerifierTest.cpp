@@ -44,7 +44,8 @@ TEST(ConfigVerifierTest, EachMistakeIsNamedAtItsPath) {
         const char* path;
         const char* fragment;
     } cases[] = {
-            {"misspelt action", [](Json::Value& c) { c["scenarios"][0]["action"] = "ACTION_LAUNH"; },
+            {"misspelt action",
+             [](Json::Value& c) { c["scenarios"][0]["action"] = "ACTION_LAUNH"; },
              "$.scenarios[0].action", "did you mean ACTION_LAUNCH"},
             {"undeclared opcode",
              [](Json::Value& c) { c["scenarios"][0]["resources"][1]["opcode"] = "0x0101ffff"; },
@@ -56,7 +57,8 @@ TEST(ConfigVerifierTest, EachMistakeIsNamedAtItsPath) {
              "$.scenarios[0].resources[1].value", "\"fast\" is not a decimal integer"},
             {"out of range", [](Json::Value& c) { c["resources"][1]["default"] = "-1"; },
              "$.resources[1].default", "-1 is outside [0, 5000000]"},
-            {"unknown arbitration", [](Json::Value& c) { c["resources"][1]["arbitration"] = "top"; },
+            {"unknown arbitration",
+             [](Json::Value& c) { c["resources"][1]["arbitration"] = "top"; },
              "$.resources[1].arbitration", "unknown arbitration \"top\""},
             {"min on text", [](Json::Value& c) { c["resources"][26]["arbitration"] = "min"; },
              "$.resources[26].arbitration", "needs an integer resource"},
@@ -79,7 +81,8 @@ TEST(ConfigVerifierTest, EachMistakeIsNamedAtItsPath) {
         const auto problems = verifyConfig(text(config));
         ASSERT_EQ(problems.size(), 1u) << c.what << said(problems);
         EXPECT_EQ(problems[0].path, c.path) << c.what;
-        EXPECT_NE(problems[0].message.find(c.fragment), std::string::npos) << c.what << said(problems);
+        EXPECT_NE(problems[0].message.find(c.fragment), std::string::npos)
+                << c.what << said(problems);
     }
 }
 
@@ -92,17 +95,16 @@ TEST(ConfigVerifierTest, EveryProblemIsReportedInDocumentOrder) {
     config["scenarios"].append(config["scenarios"][1]);  // event 1 twice
     std::vector<std::string> paths;
     for (const auto& problem : verifyConfig(text(config))) paths.push_back(problem.path);
-    EXPECT_EQ(paths, (std::vector<std::string>{
-                             "$.resources[3].colour", "$.resources[3].flavour",
-                             "$.scenarios[0].resources[0].value", "$.scenarios[2].action",
-                             "$.scenarios[9].event"}));
+    EXPECT_EQ(paths, (std::vector<std::string>{"$.resources[3].colour", "$.resources[3].flavour",
+                                               "$.scenarios[0].resources[0].value",
+                                               "$.scenarios[2].action", "$.scenarios[9].event"}));
 }
 
 TEST(ConfigVerifierTest, ProgramAppliesEachScenarioOfAValidFile) {
     FILE* out = std::tmpfile();
     const paxtest::ChildCommand command(
-            VELA_SERVICE_PATH, {VELA_SERVICE_PATH, "--check-config",
-                                VELA_DEFAULT_CONFIG_PATH, "--exec-all"});
+            VELA_SERVICE_PATH,
+            {VELA_SERVICE_PATH, "--check-config", VELA_DEFAULT_CONFIG_PATH, "--exec-all"});
     const pid_t pid = fork();
     if (pid == 0) {
         dup2(fileno(out), 1);

@@ -66,8 +66,8 @@ TEST(ScenarioConfigTest, ResourcesJudgeValuesByTypeAndRange) {
     ASSERT_TRUE(config.has_value());
     const ResourceInfo& ranged = config->resources()[0];
     for (const char* good : {"-5", "+7", "0", "9000000000"}) EXPECT_TRUE(ranged.accepts(good));
-    for (const char* bad : {"-6", "9000000001", "", "-", "1.5", " 1", "1 ", "0x10", "fast",
-                            "99999999999999999999"}) {
+    for (const char* bad :
+         {"-6", "9000000001", "", "-", "1.5", " 1", "1 ", "0x10", "fast", "99999999999999999999"}) {
         EXPECT_FALSE(ranged.accepts(bad)) << bad;
     }
     EXPECT_TRUE(config->resources()[1].accepts("enable 1"));

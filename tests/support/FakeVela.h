@@ -73,8 +73,8 @@ public:
     MOCK_METHOD(Status, resCtlRequest, (const VelaRequestParcel&, int32_t*), (override));
     MOCK_METHOD(Status, resCtlRelease, (int32_t, int32_t*), (override));
     MOCK_METHOD(Status, resStateRequest, (const VelaRequestParcel&, Items*), (override));
-    MOCK_METHOD(Status, resListeningRegister,
-                (const VelaRequestParcel&, const Callback&, int32_t*), (override));
+    MOCK_METHOD(Status, resListeningRegister, (const VelaRequestParcel&, const Callback&, int32_t*),
+                (override));
     MOCK_METHOD(Status, resListeningUnregister, (int32_t, int32_t*), (override));
     MOCK_METHOD(Status, propertyGet, (const std::string&, std::string*), (override));
     MOCK_METHOD(Status, propertySet, (const std::string&, const std::string&, int32_t*),

@@ -70,7 +70,8 @@ size_t LogCapture::count(const std::string& text) const {
 size_t LogCapture::count(const std::string& tag, int priority, const std::string& text) const {
     return select([&](const LogLine& line) {
                return line.tag == tag && line.priority == priority && line.text == text;
-           }).size();
+           })
+            .size();
 }
 
 bool LogCapture::waitFor(const std::string& text, std::chrono::milliseconds timeout) const {

@@ -20,10 +20,12 @@ protected:
     void SetUp() override {
         ASSERT_NE(fake = service.startFake(), nullptr);
         // Whatever the rule switch answers, a notification reports success.
-        ON_CALL(*fake, ruleCtl).WillByDefault([this](int32_t id, int32_t status, auto& items, int32_t* out) {
-            rules.push_back(std::to_string(id) + " " + std::to_string(status) + paxtest::describe(items));
-            return *out = -5, paxtest::Status::ok();
-        });
+        ON_CALL(*fake, ruleCtl)
+                .WillByDefault([this](int32_t id, int32_t status, auto& items, int32_t* out) {
+                    rules.push_back(std::to_string(id) + " " + std::to_string(status) +
+                                    paxtest::describe(items));
+                    return *out = -5, paxtest::Status::ok();
+                });
     }
     bool logged(const std::string& text) const {
         return log.contains(kTag, ANDROID_LOG_INFO, text);
@@ -96,7 +98,8 @@ TEST_F(WrapperEntryPointsTest, NotifySwitchesTheRuleOfItsSource) {
     EXPECT_EQ(notify(131, 1, 2, "colocation:1,groupmigrate:95-85"),
               "9 1 | 1011040 =1 | 1010fb0 =95 | 1010fc0 =85 | 10112f0 =enable 1 | 1011910 =2");
     EXPECT_EQ(notify(131, 0), "9 0 | 10112f0 =enable 0 | 1011910 =0");
-    EXPECT_EQ(notify(9000, 1, 0, "", "1,2;3,4"), "9000 1 | 1010b10 =1 | 1010b20 =2 | 1010b90 =3 | 1010ba0 =4");
+    EXPECT_EQ(notify(9000, 1, 0, "", "1,2;3,4"),
+              "9000 1 | 1010b10 =1 | 1010b20 =2 | 1010b90 =3 | 1010ba0 =4");
     EXPECT_EQ(notify(9000, 0, 0, "", "1,2"), "9000 0");
     service.stop();
     EXPECT_EQ(PaxNotifyWapper("", 1, 1, 0, 0, 0, ""), 0);

@@ -14,8 +14,7 @@ void bindDumpsys(CLI::App& app, DumpsysOptions& o) {
     for (const auto& row : aidl::vendor::norvo::hardware::vela::impl::kDumpsysTables) {
         names += std::string(names.empty() ? "" : ", ") + row.name;
     }
-    app.add_option("tables", o.tables,
-                   names + " (all when none; history only while recording)");
+    app.add_option("tables", o.tables, names + " (all when none; history only while recording)");
     app.add_flag("--json", o.json, "one JSON object, a member per table");
 }
 

@@ -125,8 +125,7 @@ public:
     }
     static ScopedAStatus fromServiceSpecificErrorWithMessage(int32_t serviceSpecific,
                                                              const char* message) {
-        return ScopedAStatus(
-                AStatus_fromServiceSpecificErrorWithMessage(serviceSpecific, message));
+        return ScopedAStatus(AStatus_fromServiceSpecificErrorWithMessage(serviceSpecific, message));
     }
     static ScopedAStatus fromStatus(binder_status_t status) {
         return ScopedAStatus(AStatus_fromStatus(status));

@@ -1,10 +1,9 @@
 // AIBinder, classes, transactions, weak references and death recipients.
 #pragma once
 
-#include <sys/types.h>
-
 #include <android/binder_parcel.h>
 #include <android/binder_status.h>
+#include <sys/types.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -71,8 +70,7 @@ HOSTBINDER_API bool AIBinder_isHandlingTransaction(void);
 HOSTBINDER_API binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in);
 // Always consumes *in (deleted and set to null). On success *out holds the reply.
 HOSTBINDER_API binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code,
-                                                 AParcel** in, AParcel** out,
-                                                 binder_flags_t flags);
+                                                 AParcel** in, AParcel** out, binder_flags_t flags);
 
 HOSTBINDER_API AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder);
 HOSTBINDER_API void AIBinder_Weak_delete(AIBinder_Weak* weakBinder);

@@ -127,8 +127,7 @@ inline void ICInterface::ICInterfaceData::onDestroy(void* userData) {
 }
 
 inline binder_status_t ICInterface::ICInterfaceData::onDump(AIBinder* binder, int fd,
-                                                            const char** args,
-                                                            uint32_t numArgs) {
+                                                            const char** args, uint32_t numArgs) {
     std::shared_ptr<ICInterface> interface = asInterface(binder);
     return interface == nullptr ? STATUS_OK : interface->dump(fd, args, numArgs);
 }

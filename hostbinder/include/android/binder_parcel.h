@@ -3,9 +3,8 @@
 // by the elements.
 #pragma once
 
-#include <sys/cdefs.h>
-
 #include <android/binder_status.h>
+#include <sys/cdefs.h>
 
 #ifdef __cplusplus
 extern "C" {

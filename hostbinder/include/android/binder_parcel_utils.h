@@ -106,15 +106,33 @@ binder_status_t AParcel_readNullableParcelable(const AParcel* parcel, std::optio
 
 namespace parcel_detail {
 // One overload per element type that vectors may hold.
-inline binder_status_t writeElement(AParcel* p, int32_t v) { return ::AParcel_writeInt32(p, v); }
-inline binder_status_t writeElement(AParcel* p, uint32_t v) { return ::AParcel_writeUint32(p, v); }
-inline binder_status_t writeElement(AParcel* p, int64_t v) { return ::AParcel_writeInt64(p, v); }
-inline binder_status_t writeElement(AParcel* p, uint64_t v) { return ::AParcel_writeUint64(p, v); }
-inline binder_status_t writeElement(AParcel* p, float v) { return ::AParcel_writeFloat(p, v); }
-inline binder_status_t writeElement(AParcel* p, double v) { return ::AParcel_writeDouble(p, v); }
-inline binder_status_t writeElement(AParcel* p, bool v) { return ::AParcel_writeBool(p, v); }
-inline binder_status_t writeElement(AParcel* p, char16_t v) { return ::AParcel_writeChar(p, v); }
-inline binder_status_t writeElement(AParcel* p, int8_t v) { return ::AParcel_writeByte(p, v); }
+inline binder_status_t writeElement(AParcel* p, int32_t v) {
+    return ::AParcel_writeInt32(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, uint32_t v) {
+    return ::AParcel_writeUint32(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, int64_t v) {
+    return ::AParcel_writeInt64(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, uint64_t v) {
+    return ::AParcel_writeUint64(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, float v) {
+    return ::AParcel_writeFloat(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, double v) {
+    return ::AParcel_writeDouble(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, bool v) {
+    return ::AParcel_writeBool(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, char16_t v) {
+    return ::AParcel_writeChar(p, v);
+}
+inline binder_status_t writeElement(AParcel* p, int8_t v) {
+    return ::AParcel_writeByte(p, v);
+}
 inline binder_status_t writeElement(AParcel* p, const std::string& v) {
     return ndk::AParcel_writeString(p, v);
 }
@@ -137,15 +155,33 @@ binder_status_t writeElement(AParcel* p, const std::shared_ptr<I>& v) {
     return I::writeToParcel(p, v);
 }
 
-inline binder_status_t readElement(const AParcel* p, int32_t* v) { return ::AParcel_readInt32(p, v); }
-inline binder_status_t readElement(const AParcel* p, uint32_t* v) { return ::AParcel_readUint32(p, v); }
-inline binder_status_t readElement(const AParcel* p, int64_t* v) { return ::AParcel_readInt64(p, v); }
-inline binder_status_t readElement(const AParcel* p, uint64_t* v) { return ::AParcel_readUint64(p, v); }
-inline binder_status_t readElement(const AParcel* p, float* v) { return ::AParcel_readFloat(p, v); }
-inline binder_status_t readElement(const AParcel* p, double* v) { return ::AParcel_readDouble(p, v); }
-inline binder_status_t readElement(const AParcel* p, bool* v) { return ::AParcel_readBool(p, v); }
-inline binder_status_t readElement(const AParcel* p, char16_t* v) { return ::AParcel_readChar(p, v); }
-inline binder_status_t readElement(const AParcel* p, int8_t* v) { return ::AParcel_readByte(p, v); }
+inline binder_status_t readElement(const AParcel* p, int32_t* v) {
+    return ::AParcel_readInt32(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, uint32_t* v) {
+    return ::AParcel_readUint32(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, int64_t* v) {
+    return ::AParcel_readInt64(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, uint64_t* v) {
+    return ::AParcel_readUint64(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, float* v) {
+    return ::AParcel_readFloat(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, double* v) {
+    return ::AParcel_readDouble(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, bool* v) {
+    return ::AParcel_readBool(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, char16_t* v) {
+    return ::AParcel_readChar(p, v);
+}
+inline binder_status_t readElement(const AParcel* p, int8_t* v) {
+    return ::AParcel_readByte(p, v);
+}
 inline binder_status_t readElement(const AParcel* p, std::string* v) {
     return ndk::AParcel_readString(p, v);
 }
