@@ -24,9 +24,9 @@ void addText(CLI::App& app, const std::string& name, std::string& target, const 
     app.add_option(name, target, help)
             ->check(CLI::Validator(
                     [](std::string& text) {
-                        if (text.size() <= VelaService::kMaxText) return std::string();
+                        if (text.size() <= ServiceLimits::kMaxText) return std::string();
                         return std::to_string(text.size()) + " bytes; the service takes at most " +
-                               std::to_string(VelaService::kMaxText);
+                               std::to_string(ServiceLimits::kMaxText);
                     },
                     "", ""))
             ->type_name("TEXT");

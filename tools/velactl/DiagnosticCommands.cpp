@@ -65,15 +65,16 @@ int runProp(Context& ctx, PropOptions& o) {
         if (o.args.size() != 2) throw UsageError{"write: prop set KEY VALUE", kExitUsage};
         const std::string& key = o.args[0];
         const std::string& value = o.args[1];
-        if (key.empty() || key.size() > kMaxPropertyKey || key.rfind("ro.", 0) == 0) {
-            throw UsageError{"property " + key.substr(0, kMaxPropertyKey) +
-                             " cannot be set: keys are 1 to " + std::to_string(kMaxPropertyKey) +
-                             " bytes, and ro. ones are read-only"};
+        if (!aidl::vendor::norvo::hardware::vela::impl::isWritablePropertyKey(key)) {
+            constexpr size_t kMaxKey = ServiceLimits::kMaxPropertyKey;
+            throw UsageError{"property " + key.substr(0, kMaxKey) +
+                             " cannot be set: keys are 1 to " + std::to_string(kMaxKey) +
+                             " bytes, and ro. ones and those the service computes are read-only"};
         }
-        if (value.size() > VelaService::kMaxPropertyValue) {
+        if (value.size() > ServiceLimits::kMaxPropertyValue) {
             throw UsageError{"the value for " + key + " is " + std::to_string(value.size()) +
                              " bytes; the service keeps at most " +
-                             std::to_string(VelaService::kMaxPropertyValue)};
+                             std::to_string(ServiceLimits::kMaxPropertyValue)};
         }
         const int rc = velaHalclient::velaPropertySet(key, value);
         if (rc != 0) return failed(ctx, "prop set " + key, rc);

@@ -6,8 +6,9 @@
 
 #include "Embedded.h"
 #include "Output.h"
+#include "ResourceTable.h"
 #include "ServiceWatch.h"
-#include "VelaService.h"
+#include "vela_protocol.h"
 
 namespace velactl {
 

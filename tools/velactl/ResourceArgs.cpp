@@ -12,13 +12,13 @@
 
 #include "EditDistance.h"
 #include "NumberOptions.h"
-#include "VelaService.h"
+#include "ServiceLimits.h"
 
 namespace velactl {
 
 using aidl::vendor::norvo::hardware::vela::impl::editDistance;
 using aidl::vendor::norvo::hardware::vela::impl::isAcceptablePath;
-using aidl::vendor::norvo::hardware::vela::impl::VelaService;
+using aidl::vendor::norvo::hardware::vela::impl::ServiceLimits;
 
 namespace {
 
@@ -71,10 +71,10 @@ ResourceArg parseResource(const std::string& text, const ScenarioConfig& config,
     if (rule == ValueRule::kForbidden && arg.value) {
         throw UsageError{"'" + text + "': no value is taken here, give only the resource"};
     }
-    if (arg.value && arg.value->size() > VelaService::kMaxText) {
+    if (arg.value && arg.value->size() > ServiceLimits::kMaxText) {
         throw UsageError{"the value of " + name + " is " + std::to_string(arg.value->size()) +
                          " bytes; the service takes at most " +
-                         std::to_string(VelaService::kMaxText)};
+                         std::to_string(ServiceLimits::kMaxText)};
     }
     if (rule == ValueRule::kRequired) {
         if (!arg.value) throw UsageError{"'" + text + "' needs a value: " + name + "=VALUE"};
@@ -94,10 +94,10 @@ std::vector<ResourceArg> parseResources(const std::vector<std::string>& texts,
 }
 
 void checkItemCount(size_t count, const std::string& what) {
-    if (count > VelaService::kMaxItems) {
+    if (count > ServiceLimits::kMaxItems) {
         throw UsageError{std::to_string(count) + " " + what +
                          " in one request; the service takes at most " +
-                         std::to_string(VelaService::kMaxItems)};
+                         std::to_string(ServiceLimits::kMaxItems)};
     }
 }
 

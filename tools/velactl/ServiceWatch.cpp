@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-#include "VelaService.h"
+#include "vela_protocol.h"
 
 namespace velactl {
 

@@ -9,7 +9,7 @@
 
 #include "Embedded.h"
 #include "ResourceArgs.h"
-#include "VelaService.h"
+#include "vela_protocol.h"
 
 namespace velactl {
 

@@ -32,10 +32,7 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
-using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
-
 constexpr const char kVelaLogTag[] = "vela-service";
-constexpr const char kPowerModeProperty[] = "vendor.vela.power_mode";
 
 using ServiceClock = std::chrono::steady_clock;
 

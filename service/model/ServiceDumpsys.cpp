@@ -12,6 +12,8 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 namespace {
 
 // How long the asker may leave its end unread before the dump is given up.

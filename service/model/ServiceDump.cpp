@@ -7,6 +7,8 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 const char* requestKindName(int32_t kind) {
     switch (kind) {
         case kKindControl:

@@ -9,6 +9,8 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 namespace {
 
 std::string wallClock() {

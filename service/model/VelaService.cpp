@@ -8,8 +8,11 @@
 
 #include "ServiceDump.h"
 #include "ServiceDumpsys.h"
+#include "ServiceProperties.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
+
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
 
 VelaService::VelaService() : VelaService(Options{}) {}
 
@@ -266,11 +269,11 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 
 ::ndk::ScopedAStatus VelaService::propertyGet(const std::string& key, std::string* out) {
     std::lock_guard<std::mutex> lock(mLock);
-    if (key == "ro.vendor.vela.version") {
+    if (key == kVersionProperty) {
         *out = "1";
-    } else if (key == "vendor.vela.history") {
+    } else if (key == kHistoryProperty) {
         *out = mState.recording ? "1" : "0";
-    } else if (key == "vendor.vela.active_requests") {
+    } else if (key == kActiveRequestsProperty) {
         *out = std::to_string(mState.requests.size());
     } else {
         auto it = mState.properties.find(key);
@@ -282,10 +285,9 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 ::ndk::ScopedAStatus VelaService::propertySet(const std::string& key, const std::string& value,
                                               int32_t* out) {
     std::lock_guard<std::mutex> lock(mLock);
-    if (key.empty() || key.size() > 128 || key.rfind("ro.", 0) == 0 ||
-        key == "vendor.vela.history" || key == "vendor.vela.active_requests") {
+    if (!isWritablePropertyKey(key)) {
         *out = mState.reject(kResultBadRequest,
-                             "property \"" + key.substr(0, 128) +
+                             "property \"" + key.substr(0, kMaxPropertyKey) +
                                      "\" cannot be set (empty, too long or read-only)");
     } else if (value.size() > kMaxPropertyValue) {
         *out = mState.reject(kResultBadRequest,

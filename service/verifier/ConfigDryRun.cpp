@@ -10,6 +10,8 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 namespace {
 
 using Snapshot = std::map<ResourceKey, std::optional<std::string>>;

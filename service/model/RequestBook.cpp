@@ -11,6 +11,8 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 RequestBook::RequestBook(ServiceState& state, ListenerRegistry& listeners, std::mutex& lock)
     : mState(state),
       mListeners(listeners),

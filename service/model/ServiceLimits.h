@@ -16,6 +16,7 @@ struct ServiceLimits {
     static constexpr int64_t kMaxDurationMs = 7LL * 24 * 3600 * 1000;
     // propertyGet answers must fit the clients' 256-byte buffer, terminator included.
     static constexpr size_t kMaxPropertyValue = 255;
+    static constexpr size_t kMaxPropertyKey = 128;
 };
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -8,6 +8,8 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 namespace {
 
 // Death links of listener callbacks, by token. A token rather than a pointer is the cookie, so
