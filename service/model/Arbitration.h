@@ -5,6 +5,7 @@
 // (modes, switches, tunables without an order) goes to the most recent claim.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,28 +19,55 @@ std::optional<int64_t> parseDecimal(const std::string& text);
 
 enum class Arbitration { kMax, kMin, kLatest };
 
-struct ArbitrationName {
-    Arbitration rule;
-    const char* name;
-};
-inline constexpr ArbitrationName kArbitrationNames[] = {
-        {Arbitration::kMax, "max"},
-        {Arbitration::kMin, "min"},
-        {Arbitration::kLatest, "latest"},
-};
-static_assert(sizeof(kArbitrationNames) / sizeof(kArbitrationNames[0]) == 3,
-              "every arbitration rule has exactly one name");
-
+// Every question about a rule is a switch over it with no default, so that a new rule makes the
+// compiler name each place that must learn it.
 constexpr const char* arbitrationName(Arbitration rule) {
-    for (const ArbitrationName& entry : kArbitrationNames) {
-        if (entry.rule == rule) return entry.name;
+    switch (rule) {
+        case Arbitration::kMax:
+            return "max";
+        case Arbitration::kMin:
+            return "min";
+        case Arbitration::kLatest:
+            return "latest";
     }
     return "latest";
 }
 
+// Whether claims are ordered by their numbers (and so must be numbers) or taken as they come.
+constexpr bool isOrdered(Arbitration rule) {
+    switch (rule) {
+        case Arbitration::kMax:
+        case Arbitration::kMin:
+            return true;
+        case Arbitration::kLatest:
+            return false;
+    }
+    return false;
+}
+
+// Whether a claim of `candidate` beats one of `best` under an ordered rule.
+constexpr bool outranks(Arbitration rule, int64_t candidate, int64_t best) {
+    switch (rule) {
+        case Arbitration::kMax:
+            return candidate > best;
+        case Arbitration::kMin:
+            return candidate < best;
+        case Arbitration::kLatest:
+            return false;
+    }
+    return false;
+}
+
+// Every rule, for reading names; kLatest stays the last enumerator.
+inline constexpr Arbitration kArbitrations[] = {Arbitration::kMax, Arbitration::kMin,
+                                                Arbitration::kLatest};
+static_assert(sizeof(kArbitrations) / sizeof(kArbitrations[0]) ==
+                      static_cast<size_t>(Arbitration::kLatest) + 1,
+              "every rule is listed once");
+
 inline std::optional<Arbitration> arbitrationNamed(std::string_view name) {
-    for (const ArbitrationName& entry : kArbitrationNames) {
-        if (name == entry.name) return entry.rule;
+    for (Arbitration rule : kArbitrations) {
+        if (name == arbitrationName(rule)) return rule;
     }
     return std::nullopt;
 }

@@ -7,7 +7,8 @@
 #include <cinttypes>
 #include <set>
 
-#include "ServiceDump.h"
+#include "RequestItemKey.h"
+#include "ServiceWords.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -31,18 +32,13 @@ bool RequestBook::readResources(const std::vector<VelaRequestData>& items, size_
     for (size_t i = first; i < items.size(); ++i) {
         const VelaRequestData& item = items[i];
         const std::string where = "item " + std::to_string(i);
-        ResourceKey key;
-        if (item.id != 0) {
-            key = ResourceKey::ofOpcode(static_cast<uint32_t>(item.id));
-        } else if (item.value2 && !item.value2->empty()) {
-            if (!isAcceptablePath(*item.value2)) {
-                *why = where + ": path refused (empty, too long or with a \"..\" component)";
-                return false;
-            }
-            key = ResourceKey::ofPath(*item.value2);
-        } else {
-            continue;  // an empty slot
+        const RequestItemKey named = keyOfItem(item);
+        if (named.kind == RequestItemKey::Kind::kEmpty) continue;
+        if (named.kind == RequestItemKey::Kind::kBadPath) {
+            *why = where + ": path refused (empty, too long or with a \"..\" component)";
+            return false;
         }
+        const ResourceKey& key = named.key;
         // A path may be set to an empty text; an opcode needs a value.
         const bool missing = !item.value || (!key.isPath() && item.value->empty());
         if (missing) {

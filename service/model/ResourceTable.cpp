@@ -50,7 +50,7 @@ const ResourceTable::Claim* ResourceTable::winnerIn(const ResourceKey& key,
     if (slot.claims.empty()) return nullptr;
     const Arbitration rule = arbitrationOf(key);
     const Claim* winner = &slot.claims.back();
-    if (rule == Arbitration::kLatest) return winner;
+    if (!isOrdered(rule)) return winner;
     // A claim that is not a number cannot be ordered: any number beats it (the service refuses
     // such claims on the integer resources it declares, so this is for undeclared ones). Among
     // equal values the most recent claim is the winner, so that the holder shown is the one whose
@@ -59,7 +59,7 @@ const ResourceTable::Claim* ResourceTable::winnerIn(const ResourceKey& key,
     for (auto it = slot.claims.rbegin() + 1; it != slot.claims.rend(); ++it) {
         const std::optional<int64_t> value = parseDecimal(it->value);
         if (!value) continue;
-        const bool better = !best || (rule == Arbitration::kMax ? *value > *best : *value < *best);
+        const bool better = !best || outranks(rule, *value, *best);
         if (better) {
             best = value;
             winner = &*it;

@@ -1,8 +1,5 @@
-// The tables the binder dump hook writes to whoever asked (`dumpsys`), as text or as one JSON
-// object. Unlike the diagnostic dumps (ServiceDump.h), which go to the service's log, these
-// go back to the asker, so they say everything a person debugging a device needs at once:
-// each resource's claims and the one in force, the requests with their time left, listeners,
-// rules, history and properties.
+// The binder dump hook (`dumpsys`): which tables the asker named, and the answer written back to
+// it, as text or as one JSON object, without holding the service up.
 #pragma once
 
 #include <android/binder_status.h>
@@ -13,36 +10,10 @@
 #include <optional>
 #include <string>
 
+#include "DumpsysTables.h"
 #include "ServiceState.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
-
-enum class DumpsysTable { kResources, kRequests, kListeners, kRules, kHistory, kProperties };
-
-struct DumpsysTableName {
-    DumpsysTable table;
-    const char* name;
-    const char* what;
-};
-inline constexpr DumpsysTableName kDumpsysTables[] = {
-        {DumpsysTable::kResources, "resources",
-         "every resource in force: its value, rule and claims (* marks the one in force)"},
-        {DumpsysTable::kRequests, "requests", "active requests and the time each has left"},
-        {DumpsysTable::kListeners, "listeners", "resource and thermal listeners"},
-        {DumpsysTable::kRules, "rules", "rules that are on, with their resources"},
-        {DumpsysTable::kHistory, "history", "the history records (unasked: only when recording)"},
-        {DumpsysTable::kProperties, "properties", "properties that have been set"},
-};
-inline constexpr size_t kDumpsysTableCount = sizeof(kDumpsysTables) / sizeof(kDumpsysTables[0]);
-static_assert(kDumpsysTableCount == static_cast<size_t>(DumpsysTable::kProperties) + 1,
-              "every table has exactly one name");
-constexpr bool dumpsysTablesInOrder() {
-    for (size_t i = 0; i < kDumpsysTableCount; ++i) {
-        if (static_cast<size_t>(kDumpsysTables[i].table) != i) return false;
-    }
-    return true;
-}
-static_assert(dumpsysTablesInOrder(), "rows follow the enum, so a table indexes its row");
 
 // What the arguments of one dump asked for.
 struct DumpsysRequest {

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cinttypes>
 
-#include "ServiceDump.h"
+#include "DiagnosticDumps.h"
+#include "RequestItemKey.h"
 #include "ServiceDumpsys.h"
 #include "ServiceProperties.h"
+#include "ServiceWords.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -206,10 +208,9 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
             for (const VelaRequestData& item : items) {
                 VelaRequestData answer{};
                 answer.id = item.id;
-                if (item.id != 0) {
-                    answer = mState.itemFor(ResourceKey::ofOpcode(static_cast<uint32_t>(item.id)));
-                } else if (item.value2 && isAcceptablePath(*item.value2)) {
-                    answer = mState.itemFor(ResourceKey::ofPath(*item.value2));
+                const RequestItemKey named = keyOfItem(item);
+                if (named.kind == RequestItemKey::Kind::kResource) {
+                    answer = mState.itemFor(named.key);
                 } else if (item.value2) {
                     answer.value2 = item.value2->substr(0, kMaxText);
                 }
@@ -317,15 +318,12 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
         why = std::to_string(request.requestDatas.size()) + " items";
     } else {
         for (const VelaRequestData& item : request.requestDatas) {
-            if (item.id != 0) {
-                listener.keys.push_back(ResourceKey::ofOpcode(static_cast<uint32_t>(item.id)));
-            } else if (item.value2 && !item.value2->empty()) {
-                if (!isAcceptablePath(*item.value2)) {
-                    why = "path refused";
-                    break;
-                }
-                listener.keys.push_back(ResourceKey::ofPath(*item.value2));
+            const RequestItemKey named = keyOfItem(item);
+            if (named.kind == RequestItemKey::Kind::kBadPath) {
+                why = "path refused";
+                break;
             }
+            if (named.kind == RequestItemKey::Kind::kResource) listener.keys.push_back(named.key);
         }
     }
     *out = registerListener(std::move(listener), "resource listener",

@@ -20,6 +20,8 @@
 namespace aidl::vendor::norvo::hardware::vela::impl {
 namespace {
 
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+
 class TraceWriterTest : public ::testing::Test {
 protected:
     std::string path = ::testing::TempDir() + "trace-" + std::to_string(getpid()) + ".json";

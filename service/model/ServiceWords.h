@@ -1,5 +1,6 @@
-// How the service describes what it holds: the one-line description of a request (the log and
-// the history use it), the tables of the diagnostic dumps, and the names on the timeline.
+// The words the service describes what it holds with, in the log, the history, the dump tables
+// and the timeline alike: a request's kind and action, its one-line description, "none" and
+// counted nouns, the time left, and the names on the timeline.
 #pragma once
 
 #include <cstdint>
@@ -28,10 +29,6 @@ std::string requestWhat(const ServiceState& state, const Request& request);
 
 // "handle 3 event 0 (ACTION_LAUNCH) pkg none identity none pid 12 until released, 6 resources"
 std::string describeRequest(const ServiceState& state, const Request& request);
-
-// The lines of one diagnostic dump (a code from the protocol's dump range), header first.
-std::vector<std::string> dumpLines(const ServiceState& state, int32_t code,
-                                   size_t callbacksWaiting);
 
 // The timeline's words: a request's slice title and arguments, a resource's counter track.
 std::string requestTitle(const ServiceState& state, const Request& request);
