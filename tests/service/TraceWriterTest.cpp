@@ -18,6 +18,8 @@
 #include "Waiter.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
+
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
 namespace {
 
 class TraceWriterTest : public ::testing::Test {

@@ -16,10 +16,13 @@
 
 #include "BoundedWrite.h"
 #include "LogCapture.h"
+#include "ServiceProperties.h"
 #include "VelaService.h"
 #include "Waiter.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
+
+using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
 namespace {
 
 constexpr uint32_t kLittleFloor = 0x01010010;  // cpu.little.freq_min, default 300000
