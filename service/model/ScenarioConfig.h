@@ -12,10 +12,6 @@
 #include "Arbitration.h"
 #include "ResourceTable.h"
 
-namespace Json {
-class Value;
-}
-
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
 // What a resource's values are: decimal integers (frequencies, counts, levels) or free text
@@ -47,10 +43,6 @@ inline Arbitration implicitArbitration(const std::string& name, ValueType type) 
     return type == ValueType::kText ? Arbitration::kLatest : defaultArbitrationFor(name);
 }
 
-// Reads a configuration's JSON strictly: no comments, nothing after the document, no key twice
-// (a second "value" would otherwise silently replace the first). False with jsoncpp's errors.
-bool parseConfigJson(const std::string& text, Json::Value* out, std::string* errors);
-
 struct ResourceInfo {
     ResourceKey key;
     std::string name;
@@ -81,8 +73,10 @@ struct PowerModel {
 
 class ScenarioConfig {
 public:
-    // Nothing when the text is not a valid configuration; `error` says why.
+    // Nothing when the text is not a valid configuration; `error` then names every problem,
+    // one a line ("$.scenarios[0].action: unknown action ..."). ConfigReader.h tells more.
     static std::optional<ScenarioConfig> parse(const std::string& text, std::string* error);
+    // As parse, each line led by the file's name; or why the file cannot be read.
     static std::optional<ScenarioConfig> load(const std::string& file, std::string* error);
     // The configuration shipped with the service (default-config.json).
     static const ScenarioConfig& builtIn();
@@ -100,7 +94,8 @@ public:
     std::optional<uint32_t> opcodeNamed(const std::string& name) const;
 
 private:
-    static std::optional<ScenarioConfig> parseOrThrow(const std::string& text, std::string* error);
+    // Built only by the reader, so that every configuration has been checked as a whole.
+    friend class ConfigReader;
 
     std::vector<ResourceInfo> mResources;
     std::map<ResourceKey, size_t> mByKey;

@@ -11,29 +11,21 @@
 #include <android/binder_process.h>
 #include <android/log.h>
 #include <getopt.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <sstream>
+#include <optional>
 #include <string>
 
+#include "ConfigVerifier.h"
 #include "ExitCodes.h"
 #include "LogLevel.h"
 #include "ServiceRegistration.h"
 #include "VelaService.h"
 #include "Version.h"
 
-// The verifier needs valijson, which a vendor tree does not have: the device build (Android.bp)
-// leaves it out, and --check-config then says so rather than pass a file it never read.
-#ifdef VELA_HAVE_CONFIG_VERIFIER
-#include "ConfigDryRun.h"
-#include "ConfigVerifier.h"
-#endif
-
+using aidl::vendor::norvo::hardware::vela::impl::checkConfig;
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
+using aidl::vendor::norvo::hardware::vela::impl::readConfigOrSayWhy;
 using aidl::vendor::norvo::hardware::vela::impl::registerService;
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
 using aidl::vendor::norvo::hardware::vela::impl::TraceWriter;
@@ -46,7 +38,8 @@ constexpr const char kUsage[] =
         "Usage: vela-service [OPTIONS]\n"
         "       vela-service --check-config FILE [--exec-all]\n"
         "Serves the reference resource-control service until killed; or checks a scenario\n"
-        "configuration against its schema and the clients' action table, and exits.\n"
+        "configuration as the service reads it, against the clients' action table too, and\n"
+        "exits.\n"
         "\n"
         "Options:\n"
         "  --config FILE      scenario configuration (JSON); the built-in one when not given\n"
@@ -144,46 +137,6 @@ int parseArgs(int argc, char** argv, Args* args) {
     return -1;
 }
 
-#ifdef VELA_HAVE_CONFIG_VERIFIER
-int checkConfig(const Args& args) {
-    const std::string& file = args.checkFile;
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream text;
-    if (!in || !(text << in.rdbuf())) {
-        fprintf(stderr, "vela-service: cannot read %s: %s\n", file.c_str(), strerror(errno));
-        return vela_exit::kNoInput;
-    }
-    using aidl::vendor::norvo::hardware::vela::impl::verifyConfig;
-    const auto problems = verifyConfig(text.str());
-    for (const auto& problem : problems) {
-        fprintf(stderr, "%s: %s: %s\n", file.c_str(), problem.path.c_str(),
-                problem.message.c_str());
-    }
-    if (!problems.empty()) {
-        printf("%s: invalid, %zu problem%s\n", file.c_str(), problems.size(),
-               problems.size() == 1 ? "" : "s");
-        return vela_exit::kDataError;
-    }
-    printf("%s: valid\n", file.c_str());
-    if (!args.execAll) return vela_exit::kOk;
-
-    std::string error;
-    auto config = ScenarioConfig::parse(text.str(), &error);
-    if (!config) {  // verifyConfig has parsed it already; this is a fault of ours
-        fprintf(stderr, "vela-service: %s\n", error.c_str());
-        return vela_exit::kSoftware;
-    }
-    using aidl::vendor::norvo::hardware::vela::impl::dryRunScenarios;
-    fflush(stdout);
-    return dryRunScenarios(*config, stdout) ? vela_exit::kOk : vela_exit::kDataError;
-}
-#else
-int checkConfig(const Args&) {
-    fprintf(stderr, "vela-service: the configuration verifier is not in this build\n");
-    return vela_exit::kUnavailable;
-}
-#endif
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -196,20 +149,17 @@ int main(int argc, char** argv) {
     __android_log_set_minimum_priority(
             vela_log::choosePriority(usualPriority, args.louder, args.quieter, &logWarning));
     if (!logWarning.empty()) fprintf(stderr, "vela-service: %s\n", logWarning.c_str());
-    if (!args.checkFile.empty()) return checkConfig(args);
+    if (!args.checkFile.empty()) {
+        return checkConfig(args.checkFile, args.execAll, stdout, stderr);
+    }
 
     VelaService::Options options;
     if (!args.configFile.empty()) {
-        if (access(args.configFile.c_str(), R_OK) != 0) {
-            fprintf(stderr, "vela-service: cannot open %s: %s\n", args.configFile.c_str(),
-                    strerror(errno));
-            return vela_exit::kNoInput;
-        }
-        std::string error;
-        auto config = ScenarioConfig::load(args.configFile, &error);
-        if (!config) {
-            fprintf(stderr, "vela-service: %s\n", error.c_str());
-            return vela_exit::kDataError;
+        // The same reading and the same lines as --check-config: what one refuses, the service
+        // does not start with.
+        std::optional<ScenarioConfig> config;
+        if (int code = readConfigOrSayWhy(args.configFile, stderr, &config); code != 0) {
+            return code;
         }
         options.config = std::move(*config);
     }

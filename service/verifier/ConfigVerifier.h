@@ -1,22 +1,21 @@
-// The configuration verifier behind `vela-service --check-config`: the shipped JSON Schema
-// first, then what a schema cannot know (the clients' action table, which resources are
-// declared, each value against its resource, duplicates). Host builds only: it needs valijson.
+// What vela-service says about a configuration file, with --config and --check-config alike:
+// the service's own reader's findings, one a line on stderr, and the exit code they earn.
 #pragma once
 
+#include <cstdio>
+#include <optional>
 #include <string>
-#include <vector>
+
+#include "ScenarioConfig.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
-struct ConfigProblem {
-    std::string path;  // "$.scenarios[3].resources[1].value"
-    std::string message;
-};
+// Reads `file`; every problem goes to `err` as "FILE: $.json.path: message". The exit code: 0
+// with `config` set, 65 when the file is not a valid configuration, 66 when it cannot be read.
+int readConfigOrSayWhy(const std::string& file, FILE* err, std::optional<ScenarioConfig>* config);
 
-// Every problem of the configuration `text`, in document order; none when it is valid.
-std::vector<ConfigProblem> verifyConfig(const std::string& text);
-
-// The schema compiled into the program (vela-config.schema.json).
-const char* configSchemaText();
+// --check-config FILE [--exec-all]: the problems as above and a verdict on `out`; for a valid
+// file and `execAll`, every scenario applied and released again (ConfigDryRun.h).
+int checkConfig(const std::string& file, bool execAll, FILE* out, FILE* err);
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

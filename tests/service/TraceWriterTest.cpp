@@ -18,9 +18,9 @@
 #include "Waiter.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
-namespace {
 
 using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+namespace {
 
 class TraceWriterTest : public ::testing::Test {
 protected:

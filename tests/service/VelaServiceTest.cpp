@@ -21,9 +21,9 @@
 #include "Waiter.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
-namespace {
 
 using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
+namespace {
 
 TEST_F(VelaServiceTest, EventsAndSaRequestsApplyTheirScenarioAndReleasesFallBack) {
     const int32_t below = control({item(kLittleFloor, "1000")});
