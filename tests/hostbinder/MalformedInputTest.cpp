@@ -95,9 +95,11 @@ protected:
         return reply.status;
     }
 
-    // The bytes of a parcel holding the interface token, then `text` if given, then `words`.
+    // The bytes of a parcel holding the interface token (policy, work source, partition, name),
+    // then `text` if given, then `words`.
     static std::vector<uint8_t> tokenThen(std::vector<int32_t> words, const char* text = nullptr) {
         ndk::ScopedAParcel p(AParcel_create());
+        for (int32_t word : {INT32_MIN, -1, 0x564e4452}) AParcel_writeInt32(p.get(), word);  // VNDR
         ndk::AParcel_writeString(p.get(), std::string(IVela::descriptor));
         if (text != nullptr) ndk::AParcel_writeString(p.get(), std::string(text));
         for (int32_t w : words) AParcel_writeInt32(p.get(), w);
