@@ -32,6 +32,7 @@ class Malformed : public ::testing::Test {
 protected:
     void SetUp() override {
         service = ndk::SharedRefBase::make<FakeVela>();
+        ASSERT_TRUE(declareVela());
         ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     }
 
@@ -256,6 +257,7 @@ TEST(TruncatedReply, FailsTheCallAndLeavesTheOutValue) {
                 return AParcel_writeStatusHeader(out, ndk::ScopedAStatus::ok().get());
             });
     ndk::SpAIBinder raw(AIBinder_new(clazz, nullptr));
+    ASSERT_TRUE(declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);

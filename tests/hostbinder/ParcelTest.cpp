@@ -109,6 +109,7 @@ TEST(Parcel, StatusHeaderCarriesExceptionsButNotTransactionErrors) {
 
 TEST(Parcel, BothParcelsCrossTheWireUnchanged) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
+    ASSERT_TRUE(declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);
