@@ -152,7 +152,10 @@ std::string manifestDirectory() {
     const size_t slash = library.rfind('/');
     const std::string libDir = slash == std::string::npos ? "." : library.substr(0, slash);
     const std::string fromLib = HOSTBINDER_VINTF_FROM_LIB;
-    return fromLib[0] == '/' ? fromLib : libDir + "/" + fromLib;
+    if (fromLib[0] == '/') return fromLib;
+    // Resolved when it exists, so that what a user is shown names the directory plainly.
+    const std::string dir = libDir + "/" + fromLib;
+    return realpath(dir.c_str(), real) != nullptr ? real : dir;
 }
 
 bool manifestDeclares(const std::string& instance) {
