@@ -295,6 +295,7 @@ int main(int argc, char** argv) {
         if (mkdtemp(tmpl.data()) == nullptr) return 1;
         dir = tmpl;
         setenv("HOSTBINDER_DIR", dir.c_str(), 1);
+        setenv("HOSTBINDER_VINTF_DIR", (dir + "/vintf").c_str(), 1);
     }
     const int calls = argc > 1 ? atoi(argv[1]) : 20000;
     ABinderProcess_startThreadPool();

@@ -39,3 +39,13 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/NorvoPaxClientConfigVersi
 install(FILES ${PROJECT_BINARY_DIR}/NorvoPaxClientConfig.cmake
               ${PROJECT_BINARY_DIR}/NorvoPaxClientConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NorvoPaxClient)
+
+# The manifest fragments of what we serve, where the device build installs them
+# (/vendor/etc/vintf/manifest); the host runtime reads them from beside its library, and the
+# build tree holds a copy laid out the same way.
+set(pax_vintf_fragments ${PROJECT_SOURCE_DIR}/service/vela-service.xml)
+foreach(fragment ${pax_vintf_fragments})
+    get_filename_component(fragment_name ${fragment} NAME)
+    configure_file(${fragment} ${HOSTBINDER_BUILD_VINTF_DIR}/${fragment_name} COPYONLY)
+endforeach()
+install(FILES ${pax_vintf_fragments} DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/vintf/manifest)

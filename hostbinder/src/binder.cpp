@@ -13,6 +13,7 @@
 
 #include "parcel.h"
 #include "session.h"
+#include "status.h"
 
 void AIBinder::decStrong() {
     if (strong.fetch_sub(1, std::memory_order_acq_rel) == 1) {
@@ -55,6 +56,69 @@ bool readDescriptor(const AParcel* in, std::string* out) {
     return ndk::AParcel_readString(in, out) == STATUS_OK;
 }
 
+// The interface token as a vendor process's libbinder writes it (Parcel::writeInterfaceToken):
+// the caller's strict-mode policy, its work source, a word naming the partition, then the
+// descriptor. Host parcels carry the same bytes so that they weigh what the device's weigh.
+constexpr int32_t kStrictModePenaltyGather = INT32_MIN;
+constexpr int32_t kUnsetWorkSource = -1;
+constexpr int32_t kVendorHeader = ('V' << 24) | ('N' << 16) | ('D' << 8) | 'R';
+
+binder_status_t writeInterfaceToken(AParcel* parcel, const std::string& descriptor) {
+    binder_status_t status = AParcel_writeInt32(parcel, kStrictModePenaltyGather);
+    if (status == STATUS_OK) status = AParcel_writeInt32(parcel, kUnsetWorkSource);
+    if (status == STATUS_OK) status = AParcel_writeInt32(parcel, kVendorHeader);
+    if (status == STATUS_OK) status = ndk::AParcel_writeString(parcel, descriptor);
+    return status;
+}
+
+// Parcel::enforceInterface: a token from another partition, or for another interface, is
+// refused before the class sees the call.
+bool interfaceTokenIs(const AParcel* in, const std::string& descriptor) {
+    int32_t policy = 0;
+    int32_t workSource = 0;
+    int32_t header = 0;
+    std::string token;
+    return AParcel_readInt32(in, &policy) == STATUS_OK &&
+           AParcel_readInt32(in, &workSource) == STATUS_OK &&
+           AParcel_readInt32(in, &header) == STATUS_OK && header == kVendorHeader &&
+           readDescriptor(in, &token) && token == descriptor;
+}
+
+// A flag libbinder_ndk adds itself in a vendor process and so accepts from its callers.
+constexpr binder_flags_t kPrivateVendorFlag = 0x10000000;
+
+// Sends a transaction without the checks that AIBinder_transact makes of its callers: the
+// runtime's own codes (ping, interface, dump) travel here.
+binder_status_t transactUnchecked(AIBinder* binder, transaction_code_t code,
+                                  std::unique_ptr<AParcel> input, AParcel** out,
+                                  binder_flags_t flags) {
+    *out = nullptr;
+    if (binder->isRemote()) {
+        auto* remote = static_cast<RemoteBinder*>(binder);
+        {
+            std::lock_guard<std::mutex> lock(remote->mutex);
+            if (remote->dead) return STATUS_DEAD_OBJECT;
+        }
+        // Clearing the buffer after use is the driver's business; nothing here keeps one.
+        return pruneStatus(remote->session->transact(remote, code, std::move(input), out,
+                                                     flags & FLAG_ONEWAY));
+    }
+    // A local binder is called directly, as the device's runtime does in-process.
+    input->position = 0;
+    auto reply = std::make_unique<AParcel>();
+    binder_status_t status = pruneStatus(
+            dispatchLocal(static_cast<LocalBinder*>(binder), code, input.get(), reply.get()));
+    if (status == STATUS_OK) *out = reply.release();
+    return status;
+}
+
+binder_status_t transactUnchecked(AIBinder* binder, transaction_code_t code, AParcel** in,
+                                  AParcel** out) {
+    std::unique_ptr<AParcel> input(*in);
+    *in = nullptr;
+    return transactUnchecked(binder, code, std::move(input), out, 0);
+}
+
 binder_status_t dispatchDump(LocalBinder* binder, const AParcel* in) {
     const AIBinder_Class* clazz = binder->clazz.load();
     int32_t count = 0;
@@ -85,10 +149,7 @@ binder_status_t dispatchLocal(LocalBinder* binder, transaction_code_t code, cons
     if (code < FIRST_CALL_TRANSACTION || code > LAST_CALL_TRANSACTION) {
         return STATUS_UNKNOWN_TRANSACTION;
     }
-    std::string token;
-    if (!readDescriptor(in, &token) || clazz == nullptr || token != clazz->descriptor) {
-        return STATUS_BAD_TYPE;
-    }
+    if (clazz == nullptr || !interfaceTokenIs(in, clazz->descriptor)) return STATUS_BAD_TYPE;
     binder_status_t status = clazz->onTransact(binder, code, in, out);
     AParcel_setDataPosition(out, 0);
     return status;
@@ -141,7 +202,8 @@ binder_status_t AIBinder_ping(AIBinder* binder) {
     if (!binder->isRemote()) return STATUS_OK;
     AParcel* in = AParcel_create();
     AParcel* out = nullptr;
-    binder_status_t status = AIBinder_transact(binder, kPingTransaction, &in, &out, 0);
+    if (in == nullptr) return STATUS_NO_MEMORY;
+    binder_status_t status = transactUnchecked(binder, kPingTransaction, &in, &out);
     AParcel_delete(out);
     return status;
 }
@@ -167,13 +229,15 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
     for (uint32_t i = 0; status == STATUS_OK && i < numArgs; ++i) {
         const char* arg = args[i] == nullptr ? "" : args[i];
         status = AParcel_writeString(in, arg, static_cast<int32_t>(strlen(arg)));
+        // The device converts each argument to UTF-16 first: one that does not convert is empty.
+        if (status == STATUS_BAD_VALUE) status = AParcel_writeString(in, "", 0);
     }
     if (status != STATUS_OK) {
         AParcel_delete(in);
         return status;
     }
     AParcel* out = nullptr;
-    status = AIBinder_transact(binder, kDumpTransaction, &in, &out, 0);
+    status = transactUnchecked(binder, kDumpTransaction, &in, &out);
     AParcel_delete(out);
     return status;
 }
@@ -193,8 +257,12 @@ int32_t AIBinder_debugGetRefCount(AIBinder* binder) {
 bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
     if (binder == nullptr || clazz == nullptr) return false;
     const AIBinder_Class* current = binder->clazz.load();
-    if (current != nullptr) return current == clazz || current->descriptor == clazz->descriptor;
+    if (current == clazz) return true;
+    // A local binder has exactly one class: another class object, even one of the same
+    // descriptor, is refused (AIBinder::associateClass), as it may hold other callbacks.
     if (!binder->isRemote()) return false;
+    // A proxy takes the first class of its descriptor; later ones of that descriptor pass.
+    if (current != nullptr) return current->descriptor == clazz->descriptor;
 
     auto* remote = static_cast<RemoteBinder*>(binder);
     std::string descriptor;
@@ -205,7 +273,8 @@ bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
     if (descriptor.empty()) {
         AParcel* in = AParcel_create();
         AParcel* out = nullptr;
-        if (AIBinder_transact(binder, kInterfaceTransaction, &in, &out, 0) != STATUS_OK) {
+        if (in == nullptr ||
+            transactUnchecked(binder, kInterfaceTransaction, &in, &out) != STATUS_OK) {
             return false;
         }
         bool ok = readDescriptor(out, &descriptor);
@@ -242,41 +311,35 @@ bool AIBinder_isHandlingTransaction() {
 
 binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     if (binder == nullptr || in == nullptr) return STATUS_UNEXPECTED_NULL;
+    // The token names the interface, so a binder that has none cannot be called (the device
+    // says so rather than send an empty token).
+    const AIBinder_Class* clazz = binder->clazz.load();
+    if (clazz == nullptr) return STATUS_INVALID_OPERATION;
     auto parcel = std::make_unique<AParcel>();
     // One allocation up front holds the arguments of nearly every call.
     parcel->data.reserve(kParcelReserve);
-    // The interface token lets the receiving end refuse a call meant for another interface.
-    const AIBinder_Class* clazz = binder->clazz.load();
-    const char* token = clazz == nullptr ? "" : clazz->descriptor.c_str();
-    const auto length = static_cast<int32_t>(clazz == nullptr ? 0 : clazz->descriptor.size());
-    binder_status_t status = AParcel_writeString(parcel.get(), token, length);
+    parcel->preparedFor = binder;
+    binder_status_t status = writeInterfaceToken(parcel.get(), clazz->descriptor);
     if (status != STATUS_OK) return status;
     *in = parcel.release();
     return STATUS_OK;
 }
 
+// The checks and their order are libbinder_ndk's (ibinder.cpp): only user codes, known flags,
+// and a parcel prepared for this very binder.
 binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in,
                                   AParcel** out, binder_flags_t flags) {
-    std::unique_ptr<AParcel> input(in == nullptr ? nullptr : *in);
-    if (in != nullptr) *in = nullptr;
-    if (binder == nullptr || input == nullptr || out == nullptr) return STATUS_UNEXPECTED_NULL;
-    if ((flags & ~static_cast<binder_flags_t>(FLAG_ONEWAY)) != 0) return STATUS_BAD_VALUE;
-    *out = nullptr;
-    if (binder->isRemote()) {
-        auto* remote = static_cast<RemoteBinder*>(binder);
-        {
-            std::lock_guard<std::mutex> lock(remote->mutex);
-            if (remote->dead) return STATUS_DEAD_OBJECT;
-        }
-        return remote->session->transact(remote, code, std::move(input), out, flags);
+    if (in == nullptr) return STATUS_UNEXPECTED_NULL;
+    std::unique_ptr<AParcel> input(*in);
+    *in = nullptr;
+    if (code < FIRST_CALL_TRANSACTION || code > LAST_CALL_TRANSACTION) {
+        return STATUS_UNKNOWN_TRANSACTION;
     }
-    // A local binder is called directly, as the device's runtime does in-process.
-    input->position = 0;
-    auto reply = std::make_unique<AParcel>();
-    binder_status_t status =
-            dispatchLocal(static_cast<LocalBinder*>(binder), code, input.get(), reply.get());
-    if (status == STATUS_OK) *out = reply.release();
-    return status;
+    constexpr binder_flags_t kKnownFlags = FLAG_ONEWAY | FLAG_CLEAR_BUF | kPrivateVendorFlag;
+    if ((flags & ~kKnownFlags) != 0) return STATUS_BAD_VALUE;
+    if (binder == nullptr || input == nullptr || out == nullptr) return STATUS_UNEXPECTED_NULL;
+    if (input->preparedFor != binder) return STATUS_BAD_VALUE;
+    return transactUnchecked(binder, code, std::move(input), out, flags);
 }
 
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {

@@ -1,9 +1,8 @@
-// The runtime directory ($HOSTBINDER_DIR): where service sockets and the declaration list live.
-// Nothing in it is trusted unless this user made it: the directory must be a real directory of
-// ours that nobody else can write, and the list must be a regular file.
+// The runtime directory ($HOSTBINDER_DIR): where service sockets live. Nothing in it is trusted
+// unless this user made it: the directory must be a real directory of ours that nobody else can
+// write.
 #pragma once
 
-#include <android/binder_status.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -16,8 +15,3 @@ std::string directoryProblem();
 std::string directoryProblemOf(const struct stat& st, uid_t user);
 // True when the directory can be trusted; otherwise logs why (once per reason) and is false.
 bool directoryTrusted();
-
-// Whether `instance` is a line of the declaration list.
-bool declaredInList(const std::string& instance);
-// Adds `instance` to the declaration list unless it is there already.
-binder_status_t addToDeclaredList(const std::string& instance);

@@ -6,10 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <new>
 #include <optional>
 #include <string>
+
+#include "status.h"
+#include "utf16.h"
 
 AParcel::~AParcel() {
     clearObjects();
@@ -41,9 +45,12 @@ uint32_t padded(uint32_t size) {
     return (size + 3u) & ~3u;
 }
 
-// Writes `size` bytes at the position, zero-padding to 4 bytes, and advances.
-binder_status_t writeRaw(AParcel* p, const void* bytes, uint32_t size) {
-    if (p == nullptr) return STATUS_UNEXPECTED_NULL;
+uint64_t padded64(uint64_t size) {
+    return (size + 3u) & ~uint64_t{3};
+}
+
+// Writes `size` zero bytes (padded to 4) at the position and advances.
+binder_status_t writeZeros(AParcel* p, uint32_t size) {
     const uint32_t total = padded(size);
     if (total < size || p->position > kMaxParcelSize - total) return STATUS_NO_MEMORY;
     const uint32_t end = p->position + total;
@@ -53,10 +60,18 @@ binder_status_t writeRaw(AParcel* p, const void* bytes, uint32_t size) {
     } catch (const std::bad_alloc&) {
         return STATUS_NO_MEMORY;
     }
-    if (size > 0) memcpy(p->data.data() + p->position, bytes, size);
-    memset(p->data.data() + p->position + size, 0, total - size);
+    memset(p->data.data() + p->position, 0, total);
     p->position = end;
     return STATUS_OK;
+}
+
+// Writes `size` bytes at the position, zero-padding to 4 bytes, and advances.
+binder_status_t writeRaw(AParcel* p, const void* bytes, uint32_t size) {
+    if (p == nullptr) return STATUS_UNEXPECTED_NULL;
+    const uint32_t at = p->position;
+    binder_status_t status = writeZeros(p, size);
+    if (status == STATUS_OK && size > 0) memcpy(p->data.data() + at, bytes, size);
+    return status;
 }
 
 // Reads `size` bytes (plus padding) at the position and advances. On failure `bytes` is left
@@ -187,53 +202,64 @@ binder_status_t AParcel_readStrongBinder(const AParcel* parcel, AIBinder** binde
     return STATUS_BAD_VALUE;
 }
 
+// Strings travel as the device sends them (libbinder_ndk parcel.cpp, Parcel's String16): the
+// UTF-16 unit count, then the units and a zero unit, padded to four bytes. So ASCII takes twice
+// its length, and every length the caller sees is what the device would count.
 binder_status_t AParcel_writeString(AParcel* parcel, const char* string, int32_t length) {
     if (parcel == nullptr) return STATUS_UNEXPECTED_NULL;
     if (string == nullptr) {
-        if (length != -1) return STATUS_UNEXPECTED_NULL;
+        if (length != -1) return STATUS_BAD_VALUE;
         return writeValue<int32_t>(parcel, -1);
     }
     if (length < 0) return STATUS_BAD_VALUE;
-    binder_status_t status = writeValue<int32_t>(parcel, length);
+    const auto* text = reinterpret_cast<const uint8_t*>(string);
+    const int64_t units = utf16UnitsOfUtf8(text, static_cast<size_t>(length));
+    if (units < 0 || units >= INT32_MAX) return STATUS_BAD_VALUE;
+    const uint64_t bytes = (static_cast<uint64_t>(units) + 1) * sizeof(char16_t);
+    if (bytes > kMaxParcelSize) return STATUS_NO_MEMORY;
+    const uint32_t start = parcel->position;
+    binder_status_t status = writeValue<int32_t>(parcel, static_cast<int32_t>(units));
     if (status != STATUS_OK) return status;
-    // The terminator travels too, so a reader can check that the text really ends there: it is
-    // the first padding byte, or a word of its own when the text fills its last word.
-    status = writeRaw(parcel, string, static_cast<uint32_t>(length));
-    if (status != STATUS_OK) return status;
-    if (static_cast<uint32_t>(length) % 4 == 0) return writeValue<int32_t>(parcel, 0);
+    const uint32_t at = parcel->position;
+    // Zeros first: they are the terminator and the padding; the units go over them in place.
+    status = writeZeros(parcel, static_cast<uint32_t>(bytes));
+    if (status != STATUS_OK) {
+        parcel->position = start;
+        return status;
+    }
+    utf8ToUtf16(text, static_cast<size_t>(length), parcel->data.data() + at,
+                static_cast<size_t>(units));
     return STATUS_OK;
 }
 
+// As the device reads it (Parcel::readString16Inplace): a length that is negative or whose
+// text, with its zero unit, is not all there gives a null string, as does a parcel that has
+// ended. The allocator decides whether null is acceptable, and is handed no buffer for it.
 binder_status_t AParcel_readString(const AParcel* parcel, void* stringData,
                                    AParcel_stringAllocator allocator) {
     if (parcel == nullptr || allocator == nullptr) return STATUS_UNEXPECTED_NULL;
-    const uint32_t start = parcel->position;
-    int32_t length = 0;
-    binder_status_t status = readValue(parcel, &length);
-    if (status != STATUS_OK) return status;
-    if (length < -1) {
-        parcel->position = start;
-        return STATUS_BAD_VALUE;
+    int32_t units = -1;
+    const uint8_t* wide = nullptr;
+    if (readValue(parcel, &units) == STATUS_OK && units >= 0 && units < INT32_MAX) {
+        const uint64_t bytes = padded64((static_cast<uint64_t>(units) + 1) * sizeof(char16_t));
+        const uint8_t* at = parcel->data.data() + parcel->position;
+        const size_t end = static_cast<size_t>(units) * sizeof(char16_t);
+        if (parcel->data.size() - parcel->position >= bytes && at[end] == 0 && at[end + 1] == 0) {
+            wide = at;
+            parcel->position += static_cast<uint32_t>(bytes);
+        }
     }
-    if (length == -1) {
-        char* ignored = nullptr;
-        return allocator(stringData, -1, &ignored) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
+    if (wide == nullptr) {
+        return allocator(stringData, -1, nullptr) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
     }
-    const uint32_t len = static_cast<uint32_t>(length);
-    const uint32_t occupied = padded(len + 1);
-    if (parcel->data.size() - parcel->position < occupied ||
-        parcel->data[parcel->position + len] != 0) {
-        parcel->position = start;
-        return STATUS_BAD_VALUE;
-    }
+    const size_t bytes = utf8BytesOfUtf16(wide, static_cast<size_t>(units));
+    if (bytes >= INT32_MAX) return STATUS_BAD_VALUE;
     char* buffer = nullptr;
-    if (!allocator(stringData, length + 1, &buffer) || buffer == nullptr) {
-        parcel->position = start;
+    if (!allocator(stringData, static_cast<int32_t>(bytes + 1), &buffer) || buffer == nullptr) {
         return STATUS_NO_MEMORY;
     }
-    memcpy(buffer, parcel->data.data() + parcel->position, len);
-    buffer[len] = '\0';
-    parcel->position += occupied;
+    // The device leaves an empty string's buffer as the allocator gave it.
+    if (units > 0) utf16ToUtf8(wide, static_cast<size_t>(units), buffer);
     return STATUS_OK;
 }
 
@@ -315,8 +341,11 @@ binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status
     }
     binder_status_t rc = AParcel_writeInt32(parcel, exception);
     if (rc != STATUS_OK || exception == EX_NONE) return rc;
+    // The device keeps the message as UTF-8 and converts it when it writes: a message that
+    // does not convert travels as an empty one rather than failing the reply.
     const char* message = AStatus_getMessage(status);
     rc = AParcel_writeString(parcel, message, static_cast<int32_t>(strlen(message)));
+    if (rc == STATUS_BAD_VALUE) rc = AParcel_writeString(parcel, "", 0);
     if (rc != STATUS_OK) return rc;
     if (exception == EX_SERVICE_SPECIFIC) {
         rc = AParcel_writeInt32(parcel, AStatus_getServiceSpecificError(status));
@@ -336,17 +365,18 @@ binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status
     if (exception == EX_TRANSACTION_FAILED || exception == EX_HAS_REPLY_HEADER) {
         return STATUS_BAD_VALUE;  // never written on the wire
     }
-    std::optional<std::string> message;
+    // The device reads the message as a non-null string: a null one fails the whole header.
+    std::string message;
     rc = ndk::AParcel_readString(parcel, &message);
     if (rc != STATUS_OK) return rc;
-    const char* text = message ? message->c_str() : nullptr;
+    const char* text = message.c_str();
     if (exception == EX_SERVICE_SPECIFIC) {
         int32_t code = 0;
         rc = AParcel_readInt32(parcel, &code);
         if (rc != STATUS_OK) return rc;
         *status = AStatus_fromServiceSpecificErrorWithMessage(code, text);
     } else {
-        *status = AStatus_fromExceptionCodeWithMessage(exception, text);
+        *status = statusFromWire(exception, 0, text);
     }
     return STATUS_OK;
 }

@@ -23,6 +23,9 @@ enum ObjectKind : int32_t {
 
 struct AParcel {
     std::vector<uint8_t> data;
+    // The binder AIBinder_prepareTransaction made this parcel for (compared, never used):
+    // AIBinder_transact refuses a parcel made for another.
+    const AIBinder* preparedFor = nullptr;
     // mutable: reading moves the position of a const parcel, as in the NDK.
     mutable uint32_t position = 0;
     std::vector<ParcelObject> objects;  // in increasing offset order

@@ -1,5 +1,5 @@
 // The host's service manager: each served instance is a listening Unix-domain socket in the
-// runtime directory, and the declaration file there stands in for the device's manifest.
+// runtime directory; what may be served is what the VINTF manifest fragments declare.
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <fcntl.h>
@@ -8,12 +8,14 @@
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -23,6 +25,7 @@
 
 #include "directory.h"
 #include "dispatcher.h"
+#include "manifest.h"
 #include "session.h"
 
 namespace {
@@ -32,13 +35,21 @@ constexpr size_t kMaxConnectionsPerService = 128;
 // How often a waiter looks again when the directory says nothing (a full backlog, say).
 constexpr int kWaitRetryMillis = 250;
 
-// Instance names contain '/', which a file name cannot.
+// Instance names contain '/', which a file name cannot ('@' is in no valid name). A name too
+// long for a socket address (108 bytes with the directory) is served under a hash of itself:
+// servicemanager takes 127 characters whatever the directory.
 std::string socketPath(const std::string& instance) {
     std::string name = instance;
     for (char& c : name) {
         if (c == '/') c = '@';
     }
-    return runtimeDirectory() + "/" + name + ".sock";
+    std::string path = runtimeDirectory() + "/" + name + ".sock";
+    if (path.size() < sizeof(sockaddr_un::sun_path)) return path;
+    uint64_t hash = 0xcbf29ce484222325ull;  // FNV-1a
+    for (unsigned char c : instance) hash = (hash ^ c) * 0x100000001b3ull;
+    char hashed[32];
+    snprintf(hashed, sizeof(hashed), "#%016llx.sock", static_cast<unsigned long long>(hash));
+    return runtimeDirectory() + "/" + hashed;
 }
 
 bool fillAddress(const std::string& path, sockaddr_un* addr) {
@@ -141,11 +152,36 @@ std::unordered_map<std::string, std::shared_ptr<Listener>>& served() {
     return *map;
 }
 
+// The connection this process last opened to each instance, and which socket it reached: a
+// lookup shares it only while that socket still serves the name, so that after a second
+// registration new lookups reach the newcomer, as servicemanager hands it out.
+struct ClientConnection {
+    dev_t device = 0;
+    ino_t inode = 0;
+    std::weak_ptr<Session> session;
+};
+std::mutex gClientsMutex;
+std::unordered_map<std::string, ClientConnection>& clients() {
+    static auto* map = new std::unordered_map<std::string, ClientConnection>;
+    return *map;
+}
+
 // A proxy for the instance when it is served and reachable now, without waiting.
 AIBinder* connectTo(const std::string& instance) {
-    if (auto session = SessionRegistry::get().clientFor(instance)) return session->rootProxy();
+    const std::string path = socketPath(instance);
+    struct stat st {};
+    if (lstat(path.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)) return nullptr;
+    {
+        std::lock_guard<std::mutex> lock(gClientsMutex);
+        auto it = clients().find(instance);
+        if (it != clients().end() && it->second.device == st.st_dev &&
+            it->second.inode == st.st_ino) {
+            auto session = it->second.session.lock();
+            if (session != nullptr && session->alive()) return session->rootProxy();
+        }
+    }
     sockaddr_un addr;
-    if (!fillAddress(socketPath(instance), &addr)) return nullptr;
+    if (!fillAddress(path, &addr)) return nullptr;
     // Non-blocking for the connect only: a service whose backlog is full is not reachable now.
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return nullptr;
@@ -154,7 +190,12 @@ AIBinder* connectTo(const std::string& instance) {
         close(fd);
         return nullptr;
     }
-    return Session::start(fd, instance, nullptr)->rootProxy();
+    std::shared_ptr<Session> session = Session::start(fd, instance, nullptr);
+    {
+        std::lock_guard<std::mutex> lock(gClientsMutex);
+        clients()[instance] = {st.st_dev, st.st_ino, session};
+    }
+    return session->rootProxy();
 }
 
 // Directory watches for waiters. Closing an inotify instance waits for the kernel to retire its
@@ -208,10 +249,17 @@ DirectoryWatches& directoryWatches() {
     return *watches;
 }
 
-// Waits for the instance, woken by changes in the directory; a zero limit waits for ever.
+// Waits for the instance, woken by changes in the directory; a zero limit waits for ever, and
+// says so once a second as the device's servicemanager client does (IServiceManager.cpp,
+// waitForService), on stderr like every line of ours, so the caller's own log is untouched.
 AIBinder* waitFor(const char* instance, std::chrono::milliseconds limit) {
-    if (instance == nullptr || !directoryTrusted()) return nullptr;
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+    // servicemanager refuses to watch for a name it could never serve.
+    if (instance == nullptr || !isValidServiceName(instance) || !directoryTrusted()) {
+        return nullptr;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    const auto deadline = start + limit;
+    auto nextSaying = start + std::chrono::seconds(1);
     // Watching starts before the first look, so an instance that appears in between is seen.
     int wd = -1;
     const int watch = directoryWatches().take(runtimeDirectory(), &wd);
@@ -226,12 +274,19 @@ AIBinder* waitFor(const char* instance, std::chrono::milliseconds limit) {
             if (left.count() <= 0) break;
             timeout = std::min<int>(timeout, static_cast<int>(left.count()));
         }
+        pollfd p{watch, POLLIN, 0};
         if (watch < 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(timeout));
-            continue;
+        } else if (poll(&p, 1, timeout) > 0) {
+            DirectoryWatches::drain(watch);
         }
-        pollfd p{watch, POLLIN, 0};
-        if (poll(&p, 1, timeout) > 0) DirectoryWatches::drain(watch);
+        if (limit.count() == 0 && std::chrono::steady_clock::now() >= nextSaying) {
+            hostbinderLog(
+                    "Waited one second for %s (is service started? Are binder threads "
+                    "started and available?)",
+                    instance);
+            nextSaying += std::chrono::seconds(1);
+        }
     }
     if (watch >= 0) directoryWatches().giveBack(watch, wd);
     return binder;
@@ -241,31 +296,33 @@ AIBinder* waitFor(const char* instance, std::chrono::milliseconds limit) {
 
 extern "C" {
 
+// servicemanager's order of refusals (ServiceManager::addService): a name it cannot serve,
+// then one the manifest does not declare, both EX_ILLEGAL_ARGUMENT; a name served already is
+// served by the newcomer from now on, its earlier clients keeping what they hold.
 binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance) {
     if (binder == nullptr || instance == nullptr || binder->isRemote()) {
         return EX_ILLEGAL_ARGUMENT;
     }
     if (!directoryTrusted()) return EX_SECURITY;
+    if (!isValidServiceName(instance)) {
+        hostbinderLog("refusing to serve \"%s\": not a valid service name", instance);
+        return EX_ILLEGAL_ARGUMENT;
+    }
+    if (!manifestDeclares(instance)) {
+        hostbinderLog("refusing to serve %s: no manifest fragment in %s declares it", instance,
+                      manifestDirectory().c_str());
+        return EX_ILLEGAL_ARGUMENT;
+    }
     sockaddr_un addr;
     const std::string path = socketPath(instance);
-    if (!fillAddress(path, &addr)) return EX_ILLEGAL_ARGUMENT;
+    if (!fillAddress(path, &addr)) return EX_ILLEGAL_STATE;
     static std::atomic<uint32_t> counter{0};
     const std::string staging = runtimeDirectory() + "/.staging-" + std::to_string(getpid()) + "-" +
                                 std::to_string(counter.fetch_add(1));
     sockaddr_un stagingAddr;
-    if (!fillAddress(staging, &stagingAddr)) return EX_ILLEGAL_ARGUMENT;
+    if (!fillAddress(staging, &stagingAddr)) return EX_ILLEGAL_STATE;
 
     std::lock_guard<std::mutex> lock(gServedMutex);
-    if (served().count(instance) != 0) return EX_ILLEGAL_STATE;
-
-    // A socket file left by a process that died is stale; one that answers is in use.
-    int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (probe >= 0) {
-        const int rc = connect(probe, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
-        const bool inUse = rc == 0 || errno == EAGAIN;
-        close(probe);
-        if (inUse) return EX_ILLEGAL_STATE;
-    }
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return EX_ILLEGAL_STATE;
     unlink(staging.c_str());
@@ -273,20 +330,24 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
     int rc = bind(fd, reinterpret_cast<sockaddr*>(&stagingAddr), sizeof(stagingAddr));
     umask(old);
     // The socket appears under its name only once it listens, so that a waiter woken by its
-    // arrival connects at the first try.
+    // arrival connects at the first try; the rename replaces whoever served the name before.
     if (rc != 0 || listen(fd, SOMAXCONN) != 0 || rename(staging.c_str(), path.c_str()) != 0) {
         unlink(staging.c_str());
         close(fd);
         return EX_ILLEGAL_STATE;
     }
     auto listener = std::make_shared<Listener>(fd, instance, binder);
-    served()[instance] = listener;
+    std::shared_ptr<Listener>& slot = served()[instance];
+    if (slot != nullptr) slot->stop();
+    slot = listener;
     listener->watch(listener);
     return EX_NONE;
 }
 
 AIBinder* AServiceManager_checkService(const char* instance) {
-    if (instance == nullptr || !directoryTrusted()) return nullptr;
+    if (instance == nullptr || !isValidServiceName(instance) || !directoryTrusted()) {
+        return nullptr;
+    }
     return connectTo(instance);
 }
 
@@ -299,7 +360,7 @@ AIBinder* AServiceManager_waitForService(const char* instance) {
 }
 
 bool AServiceManager_isDeclared(const char* instance) {
-    return instance != nullptr && directoryTrusted() && declaredInList(instance);
+    return instance != nullptr && isValidServiceName(instance) && manifestDeclares(instance);
 }
 
 bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {
@@ -327,10 +388,15 @@ const char* HostBinder_directoryProblem() {
     return problem.empty() ? nullptr : problem.c_str();
 }
 
+const char* HostBinder_getManifestDirectory() {
+    thread_local std::string dir;
+    dir = manifestDirectory();
+    return dir.c_str();
+}
+
 binder_status_t HostBinder_declareService(const char* instance) {
-    if (instance == nullptr || strchr(instance, '\n') != nullptr) return STATUS_BAD_VALUE;
-    if (!directoryTrusted()) return STATUS_PERMISSION_DENIED;
-    return addToDeclaredList(instance);
+    if (instance == nullptr) return STATUS_UNEXPECTED_NULL;
+    return writeManifestFragment(instance);
 }
 
 binder_status_t HostBinder_stopService(const char* instance) {

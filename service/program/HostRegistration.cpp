@@ -1,4 +1,5 @@
-// Host: declared and served in the runtime directory ($HOSTBINDER_DIR).
+// Host: served in the runtime directory ($HOSTBINDER_DIR), once the manifest fragments declare
+// the instance, as on a device; the service never declares itself.
 #include <android/binder_manager.h>
 #include <hostbinder/hostbinder.h>
 
@@ -12,8 +13,10 @@ bool registerService(AIBinder* binder, const char* instance, std::string* where)
         *where = std::string("cannot use ") + dir + ": " + problem;
         return false;
     }
-    if (HostBinder_declareService(instance) != STATUS_OK) {
-        *where = "cannot declare it in " + dir;
+    if (!AServiceManager_isDeclared(instance)) {
+        *where = std::string("no manifest fragment in ") + HostBinder_getManifestDirectory() +
+                 " declares it (the build installs vela-service.xml there; "
+                 "$HOSTBINDER_VINTF_DIR names another directory)";
         return false;
     }
     const binder_exception_t added = AServiceManager_addService(binder, instance);

@@ -1,7 +1,7 @@
-// Makes the service reachable under its instance name. On a device the service manager does it
-// alone (the VINTF manifest fragment declares the instance); on a host the instance is also
-// declared in the runtime directory, the host's stand-in for that manifest. One implementation
-// of each is built, never both, so the device build sees no host-only API.
+// Makes the service reachable under its instance name, through the service manager, once the
+// VINTF manifest fragment declares the instance (on a host, the fragments in the host
+// runtime's manifest directory). One implementation of each is built, never both, so the
+// device build sees no host-only API.
 #pragma once
 
 #include <android/binder_ibinder.h>

@@ -57,6 +57,8 @@ constexpr const char kUsage[] =
         "\n"
         "Environment:\n"
         "  HOSTBINDER_DIR     where the service is served (host builds)\n"
+        "  HOSTBINDER_VINTF_DIR  the manifest fragments that must declare it (host builds;\n"
+        "                     default: beside the library, etc/vintf/manifest)\n"
         "  VELA_LOG_LEVEL     verbose|debug|info|warn|error|fatal|silent: the log level\n"
         "\n";
 

@@ -83,7 +83,7 @@ void onDied(void* cookie) {
 }  // namespace
 
 TEST(Death, KilledServiceIsNoticedOnceAndComesBackFresh) {
-    ASSERT_EQ(STATUS_OK, HostBinder_declareService(kVelaInstance));
+    ASSERT_TRUE(declareVela());
     pid_t child = startChild("hold");
     ASSERT_GT(child, 0);
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance)));
@@ -127,6 +127,7 @@ TEST(Death, KilledServiceIsNoticedOnceAndComesBackFresh) {
 
 TEST(Death, DeletedRecipientIsNotCalled) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
+    ASSERT_TRUE(declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     ndk::SpAIBinder binder(AServiceManager_checkService(kVelaInstance));
     std::atomic<int> deleted{0}, kept{0};
@@ -143,6 +144,7 @@ TEST(Death, DeletedRecipientIsNotCalled) {
 }
 
 TEST(CrossProcess, DumpWritesToTheCallersDescriptor) {
+    ASSERT_TRUE(declareVela());
     pid_t child = startChild("serve");
     ASSERT_GT(child, 0);
     ndk::SpAIBinder binder(AServiceManager_waitForService(kVelaInstance));

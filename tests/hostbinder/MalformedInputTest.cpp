@@ -32,6 +32,7 @@ class Malformed : public ::testing::Test {
 protected:
     void SetUp() override {
         service = ndk::SharedRefBase::make<FakeVela>();
+        ASSERT_TRUE(declareVela());
         ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     }
 
@@ -95,9 +96,11 @@ protected:
         return reply.status;
     }
 
-    // The bytes of a parcel holding the interface token, then `text` if given, then `words`.
+    // The bytes of a parcel holding the interface token (policy, work source, partition, name),
+    // then `text` if given, then `words`.
     static std::vector<uint8_t> tokenThen(std::vector<int32_t> words, const char* text = nullptr) {
         ndk::ScopedAParcel p(AParcel_create());
+        for (int32_t word : {INT32_MIN, -1, 0x564e4452}) AParcel_writeInt32(p.get(), word);  // VNDR
         ndk::AParcel_writeString(p.get(), std::string(IVela::descriptor));
         if (text != nullptr) ndk::AParcel_writeString(p.get(), std::string(text));
         for (int32_t w : words) AParcel_writeInt32(p.get(), w);
@@ -254,6 +257,7 @@ TEST(TruncatedReply, FailsTheCallAndLeavesTheOutValue) {
                 return AParcel_writeStatusHeader(out, ndk::ScopedAStatus::ok().get());
             });
     ndk::SpAIBinder raw(AIBinder_new(clazz, nullptr));
+    ASSERT_TRUE(declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);

@@ -89,12 +89,6 @@ TEST(Parcel, HostileCountsAreRefusedBeforeAllocating) {
     AParcel_setDataPosition(parcel.get(), 0);
     std::vector<VelaRequestData> items;
     EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readVector(parcel.get(), &items));
-
-    ndk::ScopedAParcel str(AParcel_create());
-    AParcel_writeInt32(str.get(), 1000);  // string length with nothing behind it
-    AParcel_setDataPosition(str.get(), 0);
-    std::string text;
-    EXPECT_NE(STATUS_OK, ndk::AParcel_readString(str.get(), &text));
 }
 
 TEST(Parcel, StatusHeaderCarriesExceptionsButNotTransactionErrors) {
@@ -115,6 +109,7 @@ TEST(Parcel, StatusHeaderCarriesExceptionsButNotTransactionErrors) {
 
 TEST(Parcel, BothParcelsCrossTheWireUnchanged) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
+    ASSERT_TRUE(declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);

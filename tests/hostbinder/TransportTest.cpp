@@ -61,6 +61,7 @@ constexpr const char* kNoPoolChildEnv = "HOSTBINDER_NOPOOL_CHILD";
 
 TEST(Transport, ServiceDropsCallbackAndClientObjectIsFreed) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
+    ASSERT_TRUE(paxtest::declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
     ASSERT_NE(nullptr, vela);
@@ -86,6 +87,7 @@ TEST(ServiceManager, AWrongInterfaceIsRefused) {
                 return STATUS_OK;
             });
     ndk::SpAIBinder raw(AIBinder_new(other, nullptr));
+    ASSERT_TRUE(paxtest::declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
     ndk::SpAIBinder remote(AServiceManager_checkService(kVelaInstance));
     ASSERT_NE(nullptr, remote.get());
@@ -108,6 +110,7 @@ TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
         AParcel_delete(reply);
         return Status::ok();
     });
+    ASSERT_TRUE(paxtest::declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
     const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_nopool"},
                                         {std::string(kNoPoolChildEnv) + "=1"});
@@ -177,24 +180,4 @@ TEST(ServiceManager, DirectoriesWeDidNotMakeOurOwnAreRefused) {
     }
     DirectoryOverride use(good);
     EXPECT_EQ("", hostbinder::directoryProblem());
-}
-
-TEST(ServiceManager, DeclarationListIsReadSafely) {
-    const std::string declared = std::string(HostBinder_getDirectory()) + "/declared";
-    ASSERT_EQ(0, mkfifo(declared.c_str(), 0600));
-    auto lookup = std::async(std::launch::async,
-                             [] { return AServiceManager_isDeclared(kVelaInstance); });
-    ASSERT_EQ(std::future_status::ready, lookup.wait_for(std::chrono::seconds(5)));
-    EXPECT_FALSE(lookup.get());
-    EXPECT_NE(STATUS_OK, HostBinder_declareService(kVelaInstance));
-
-    // A list whose last line has no end: ours goes on a line of its own.
-    unlink(declared.c_str());
-    std::ofstream(declared) << "some.other.IThing/default";
-    ASSERT_EQ(STATUS_OK, HostBinder_declareService(kVelaInstance));
-    EXPECT_TRUE(AServiceManager_isDeclared("some.other.IThing/default"));
-    EXPECT_TRUE(AServiceManager_isDeclared(kVelaInstance));
-    std::stringstream text;
-    text << std::ifstream(declared).rdbuf();
-    EXPECT_EQ(std::string("some.other.IThing/default\n") + kVelaInstance + "\n", text.str());
 }

@@ -55,9 +55,10 @@ stop_service() {
 }
 trap stop_service EXIT
 
-# The one place that makes the service known and running. vela-service declares its instance
-# in $HOSTBINDER_DIR itself when it starts; a host runtime that leaves declaring to whoever
-# starts the service would be served here, before the start.
+# The one place that makes the service known and running: the manifest fragment installed
+# beside the runtime declares the instance, as the device's manifest does, so the installed
+# service needs nothing but the socket directory.
+[ -f "$prefix/etc/vintf/manifest/vela-service.xml" ] || fail "the manifest fragment is not installed"
 start_service() {
     "$prefix/bin/vela-service" -q &
     service_pid=$!
@@ -72,4 +73,12 @@ start_service() {
 start_service
 
 "$scratch/consumer/pax_consumer" || fail "examples/consumer failed against $prefix"
+stop_service
+service_pid=""
+
+# A manifest that declares nothing: the consumer's calls fail at once instead of waiting.
+mkdir -m 700 "$scratch/none"
+HOSTBINDER_DIR="$scratch/none" HOSTBINDER_VINTF_DIR="$scratch/none/vintf" \
+    timeout 60 "$scratch/consumer/pax_consumer" >/dev/null 2>&1 &&
+    fail "examples/consumer claimed success with no service declared"
 echo "installed into $prefix; the programs start from it and examples/consumer ran green"

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "ExecProgram.h"
+#include "ServiceHarness.h"
 
 namespace paxtest {
 
@@ -33,6 +34,8 @@ ChildService::~ChildService() {
 }
 
 bool ChildService::startExecutable(const std::string& path, const std::vector<std::string>& args) {
+    // The service serves only what the manifest declares, as installed beside it.
+    if (!declareVela()) return false;
     mPath = path;
     mArgs = args;
     return launch();

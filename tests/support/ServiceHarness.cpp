@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 
+#include <filesystem>
 #include <thread>
 
 namespace paxtest {
@@ -24,10 +25,19 @@ ServiceHarness::~ServiceHarness() {
     if (mFake != nullptr) ::testing::Mock::VerifyAndClearExpectations(mFake.get());
 }
 
+bool declareVela() {
+    const std::filesystem::path dir = HostBinder_getManifestDirectory();
+    std::error_code error;
+    std::filesystem::create_directory(dir, error);
+    std::filesystem::permissions(dir, std::filesystem::perms::owner_all, error);
+    std::filesystem::copy_file(PAX_VELA_MANIFEST_FRAGMENT, dir / "vela-service.xml",
+                               std::filesystem::copy_options::overwrite_existing, error);
+    EXPECT_FALSE(error) << "installing the manifest fragment in " << dir << ": " << error.message();
+    return !error;
+}
+
 bool ServiceHarness::declareOnly() {
-    binder_status_t status = HostBinder_declareService(kVelaInstance);
-    EXPECT_EQ(status, STATUS_OK) << "HostBinder_declareService(" << kVelaInstance << ")";
-    return status == STATUS_OK;
+    return declareVela();
 }
 
 bool ServiceHarness::serve() {

@@ -29,6 +29,10 @@ inline const char* const kVelaInstance =
 bool waitUntilUnreachable(const std::string& instance,
                           std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
+// Declares the instance as the build does: the service's own manifest fragment
+// (service/vela-service.xml), copied into the manifest directory.
+bool declareVela();
+
 class ServiceHarness {
 public:
     ServiceHarness() = default;
@@ -37,7 +41,7 @@ public:
     ServiceHarness(const ServiceHarness&) = delete;
     ServiceHarness& operator=(const ServiceHarness&) = delete;
 
-    // Declares the instance (as the device manifest would) without serving it.
+    // Declares the instance (declareVela) without serving it.
     bool declareOnly();
     // Declares the instance and serves a fresh fake; null (test failure recorded) on failure.
     std::shared_ptr<FakeVela> startFake();

@@ -289,7 +289,7 @@ TEST(VelactlTest, NoServiceIsReportedAtOnceWithWhereVelactlLooked) {
     const auto started = std::chrono::steady_clock::now();
     EXPECT_TRUE(endsWith(velactl({"state", "0x01010010"}), 69,
                          {std::string("in ") + getenv("HOSTBINDER_DIR") + " ($HOSTBINDER_DIR)",
-                          "/declared does not exist"}));
+                          "/vintf does not exist"}));
 
     // Declared but not running: halclient would wait for it; velactl must not.
     paxtest::ServiceHarness declared;

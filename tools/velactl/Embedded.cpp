@@ -79,6 +79,9 @@ std::unique_ptr<EmbeddedService> EmbeddedService::start(VelaService::Options opt
     }
     embedded->mDirectory = dir;
     setenv("HOSTBINDER_DIR", dir.c_str(), 1);
+    // Declared as any service is, by a manifest fragment, in a manifest directory of its own:
+    // the embedded service is this process's alone.
+    setenv("HOSTBINDER_VINTF_DIR", (dir + "/vintf").c_str(), 1);
 
     ABinderProcess_setThreadPoolMaxThreadCount(4);
     ABinderProcess_startThreadPool();

@@ -65,7 +65,7 @@ void WaitNotice::watch() {
             missingSince = now;
         } else if (now - missingSince >= 1s) {
             mCtx.out.error(std::string("waiting for vela-service (declared in ") +
-                           HostBinder_getDirectory() + "/declared)");
+                           HostBinder_getManifestDirectory() + ")");
             return;
         }
     }

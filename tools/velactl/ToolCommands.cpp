@@ -52,6 +52,7 @@ int runStatus(Context& ctx) {
     const bool declared = AServiceManager_isDeclared(instance);
     Json::Value json;
     json["directory"] = HostBinder_getDirectory();
+    json["manifest"] = HostBinder_getManifestDirectory();
     json["instance"] = instance;
     json["declared"] = declared;
     json["running"] = running;
@@ -62,8 +63,8 @@ int runStatus(Context& ctx) {
                            HostBinder_getDirectory() + (ctx.embedded ? " (embedded)" : "") +
                            (problem != nullptr ? std::string(" (refused: ") + problem + ")"
                                                : std::string()) +
-                           "\n  declared  " + (declared ? "yes" : "no") + "\n  running   " +
-                           (running ? "yes" : "no"),
+                           "\n  manifest  " + HostBinder_getManifestDirectory() + "\n  declared  " +
+                           (declared ? "yes" : "no") + "\n  running   " + (running ? "yes" : "no"),
                    json);
     return running ? kExitOk : kExitUnavailable;
 }
@@ -74,7 +75,7 @@ int requireService(Context& ctx) {
     if (binder.get() != nullptr) return kExitOk;
 
     const std::string dir = HostBinder_getDirectory();
-    const std::string declaredFile = dir + "/declared";
+    const std::string manifest = HostBinder_getManifestDirectory();
     std::string detail;
     if (const char* problem = HostBinder_directoryProblem()) {
         // Nothing in a directory we cannot trust is looked at, so say that, not "not found".
@@ -82,11 +83,11 @@ int requireService(Context& ctx) {
         return kExitUnavailable;
     }
     if (AServiceManager_isDeclared(instance)) {
-        detail = "it is declared in " + declaredFile + " but nothing serves it now";
-    } else if (std::filesystem::exists(declaredFile)) {
-        detail = "it is not declared in " + declaredFile;
+        detail = "it is declared in " + manifest + " but nothing serves it now";
+    } else if (std::filesystem::exists(manifest)) {
+        detail = "no manifest fragment in " + manifest + " declares it";
     } else {
-        detail = declaredFile + " does not exist";
+        detail = manifest + " does not exist";
     }
     ctx.out.error(std::string("the vela service is not running: looked for ") + instance + " in " +
                   dir +

@@ -49,6 +49,8 @@ const char kEnvironment[] =
         "\n"
         "Environment:\n"
         "  HOSTBINDER_DIR    where the service is looked for (see velactl status)\n"
+        "  HOSTBINDER_VINTF_DIR  the manifest fragments that declare it (default: beside\n"
+        "                    the library, etc/vintf/manifest)\n"
         "  VELA_LOG_LEVEL    verbose|debug|info|warn|error|fatal|silent: the library's log level\n"
         "\n";
 

@@ -18,6 +18,7 @@ enum {
 };
 enum {
     FLAG_ONEWAY = 0x01,
+    FLAG_CLEAR_BUF = 0x20,
 };
 
 struct AIBinder_Class;

@@ -1,6 +1,7 @@
 // The service manager. On the host, services are Unix-domain sockets in one directory,
 // $HOSTBINDER_DIR (default ${XDG_RUNTIME_DIR:-/tmp}/hostbinder-<uid>), and the declared
-// instances are the lines of $HOSTBINDER_DIR/declared.
+// instances are those of the VINTF manifest fragments in $HOSTBINDER_VINTF_DIR (default: where
+// the build installs them, <prefix>/etc/vintf/manifest).
 #pragma once
 
 #include <android/binder_ibinder.h>

@@ -13,7 +13,8 @@
 namespace ndk {
 
 namespace parcel_detail {
-// Allocators are given the string's length plus one for its terminator (-1 for null).
+// Allocators are given the string's length plus one for its terminator, or -1 and no buffer
+// for a null string.
 inline bool resizeString(void* stringData, int32_t length, char** buffer) {
     if (length <= 0) return false;
     auto* str = static_cast<std::string*>(stringData);
@@ -25,7 +26,6 @@ inline bool resizeNullableString(void* stringData, int32_t length, char** buffer
     auto* str = static_cast<std::optional<std::string>*>(stringData);
     if (length < 0) {
         str->reset();
-        *buffer = nullptr;
         return true;
     }
     if (length == 0) return false;
@@ -44,8 +44,7 @@ inline binder_status_t AParcel_writeString(AParcel* parcel, const std::optional<
 }
 // A null string where a non-null one is required fails with STATUS_UNEXPECTED_NULL.
 inline binder_status_t AParcel_readString(const AParcel* parcel, std::string* str) {
-    binder_status_t status = ::AParcel_readString(parcel, str, parcel_detail::resizeString);
-    return status == STATUS_NO_MEMORY ? STATUS_UNEXPECTED_NULL : status;
+    return ::AParcel_readString(parcel, str, parcel_detail::resizeString);
 }
 inline binder_status_t AParcel_readString(const AParcel* parcel, std::optional<std::string>* str) {
     return ::AParcel_readString(parcel, str, parcel_detail::resizeNullableString);

@@ -8,13 +8,19 @@
 extern "C" {
 #endif
 
-// The directory that holds the service sockets and the declaration file.
+// The directory that holds the service sockets ($HOSTBINDER_DIR).
 HOSTBINDER_API const char* HostBinder_getDirectory(void);
+// The directory of VINTF manifest fragments that declare what may be served:
+// $HOSTBINDER_VINTF_DIR, or the one the build installs beside the library. Valid until the
+// thread calls this again.
+HOSTBINDER_API const char* HostBinder_getManifestDirectory(void);
 // Null when the directory can be used; otherwise why every call refuses it (for example
 // "$HOSTBINDER_DIR /tmp/x is writable by group or others (mode 0777)"). The text stays valid
 // until the thread calls this again.
 HOSTBINDER_API const char* HostBinder_directoryProblem(void);
-// Adds `instance` to the declaration file unless it is there already.
+// Declares `instance` (`<package>.<Interface>/<instance>`) with a manifest fragment of its own
+// in the manifest directory, made owner-only when missing: for a process that declares what it
+// serves itself (tests, `velactl --embedded`), never for a service started on its own.
 HOSTBINDER_API binder_status_t HostBinder_declareService(const char* instance);
 // Stops serving an instance that this process added: its socket is removed and every
 // connection accepted for it is closed, so that its clients see the service die.
