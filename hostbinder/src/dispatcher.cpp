@@ -6,10 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <thread>
 
 namespace {
@@ -17,21 +14,6 @@ thread_local bool tOnBinderThread = false;
 constexpr uint64_t kTaskId = 0;
 constexpr int kSweepMillis = 500;
 }  // namespace
-
-int64_t monotonicMillis() {
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
-void hostbinderLog(const char* format, ...) {
-    char line[512];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(line, sizeof(line), format, args);
-    va_end(args);
-    fprintf(stderr, "hostbinder[%d]: %s\n", getpid(), line);
-}
 
 Dispatcher& Dispatcher::get() {
     // Never destroyed: binder threads may still be running while the process exits.

@@ -12,6 +12,8 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "log.h"
+
 // Something on the epoll set. Registrations are one-shot: a handler re-arms when it is done.
 class Watched {
 public:
@@ -75,9 +77,5 @@ private:
     uint32_t mMaxThreads = 32;
 };
 
-// Milliseconds on the monotonic clock; the time base of the runtime's deadlines.
-int64_t monotonicMillis();
 // Closes connections whose peer stalls; run by a binder thread twice a second.
 void sweepConnections(int64_t nowMs);
-// Writes one line to stderr, prefixed with the runtime's name.
-void hostbinderLog(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -1,7 +1,6 @@
 // A session's reading, writing and teardown.
 #include "session.h"
 
-#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,75 +9,32 @@
 #include <cerrno>
 #include <cstring>
 
-namespace {
-constexpr size_t kInitialReadBuffer = 16 * 1024;
-// Long enough for any honest sender on one machine, short enough that a peer cannot park
-// half messages on us.
-constexpr int64_t kFrameTimeoutMillis = 3000;
-// A peer that takes none of its replies for this long is treated as gone.
-constexpr int64_t kDrainTimeoutMillis = 3000;
-// Bytes we keep for a peer that does not read; past this it is disconnected.
-constexpr size_t kOutboundLimit = 1u << 20;
-// Room for the most descriptors one message may carry.
-constexpr size_t kFdControlSize = CMSG_SPACE(sizeof(int) * kMaxParcelFds);
-
-// One non-blocking send; descriptors (when given) go with the first byte.
-ssize_t sendSome(int fd, const iovec* iov, int count, const std::vector<int>* fds) {
-    alignas(cmsghdr) char control[kFdControlSize];
-    msghdr msg{};
-    msg.msg_iov = const_cast<iovec*>(iov);
-    msg.msg_iovlen = static_cast<size_t>(count);
-    if (fds != nullptr && !fds->empty()) {
-        const size_t bytes = sizeof(int) * fds->size();
-        msg.msg_control = control;
-        msg.msg_controllen = CMSG_SPACE(bytes);
-        cmsghdr* c = CMSG_FIRSTHDR(&msg);
-        c->cmsg_level = SOL_SOCKET;
-        c->cmsg_type = SCM_RIGHTS;
-        c->cmsg_len = CMSG_LEN(bytes);
-        memcpy(CMSG_DATA(c), fds->data(), bytes);
-    }
-    ssize_t n;
-    do {
-        n = sendmsg(fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
-    } while (n < 0 && errno == EINTR);
-    return n;
-}
-
-bool validHeader(const WireHeader& h) {
-    return h.magic == kWireMagic && h.dataSize <= kMaxParcelSize &&
-           h.objectCount <= kMaxParcelObjects && h.fdCount <= kMaxParcelFds &&
-           (h.type == kWireTransact || h.type == kWireReply || h.type == kWireRelease);
-}
-
-void closeAll(const std::vector<int>& fds) {
-    for (int fd : fds) close(fd);
-}
-}  // namespace
-
 CallingIdentity& callingIdentity() {
     thread_local CallingIdentity identity{getuid(), getpid(), false};
     return identity;
 }
 
-std::shared_ptr<Session> Session::start(int fd, std::string instance, AIBinder* root) {
-    std::shared_ptr<Session> s(new Session(fd, std::move(instance), root));
+std::shared_ptr<Session> Session::start(ndk::ScopedFileDescriptor fd, std::string instance,
+                                        AIBinder* root) {
     ucred cred{};
     socklen_t len = sizeof(cred);
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) {
-        s->mPeerPid = cred.pid;
-        s->mPeerUid = cred.uid;
-    }
+    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) cred = ucred{};
+    std::shared_ptr<Session> s(
+            new Session(std::move(fd), std::move(instance), root, cred.pid, cred.uid));
     SessionRegistry::get().add(s);
-    Dispatcher::get().add(fd, s->mWatchId, EPOLLIN, s);
+    Dispatcher::get().add(s->mChannel.fd(), s->mWatchId, EPOLLIN, s);
     return s;
 }
 
-Session::Session(int fd, std::string instance, AIBinder* root)
-    : mFd(fd),
-      mInstance(std::move(instance)),
+Session::Session(ndk::ScopedFileDescriptor fd, std::string instance, AIBinder* root, pid_t peerPid,
+                 uid_t peerUid)
+    : mInstance(std::move(instance)),
       mRoot(root),
+      mPeerPid(peerPid),
+      mPeerUid(peerUid),
       mWatchId(Dispatcher::get().newId()),
+      mChannel(std::move(fd), "a connection of " + mInstance + " to pid " +
+                                      std::to_string(static_cast<int>(peerPid))),
       mArmed(EPOLLIN) {
     if (mRoot != nullptr) {
         AIBinder_incStrong(mRoot);
@@ -87,35 +43,26 @@ Session::Session(int fd, std::string instance, AIBinder* root)
     }
 }
 
-Session::~Session() {
-    for (const Queued& q : mOutQueue) closeAll(q.fds);
-    for (int fd : mInFds) close(fd);
-    // Closed only here: a late reply or release after the peer went must not write to a
-    // descriptor number that has meanwhile been reused.
-    close(mFd);
-}
+Session::~Session() = default;
 
 bool Session::alive() const {
+    if (mChannel.isShut()) return false;
     std::lock_guard<std::mutex> lock(mMutex);
-    return !mDead && !mClosing;
+    return !mDead;
 }
 
 void Session::shutdown() {
-    {
-        // From now on nobody is handed this connection, though its reader may not have
-        // noticed the end yet.
-        std::lock_guard<std::mutex> lock(mMutex);
-        mClosing = true;
-    }
-    ::shutdown(mFd, SHUT_RDWR);
+    // From now on nobody is handed this connection, though its reader may not have noticed
+    // the end yet.
+    mChannel.shutdown();
 }
 
 void Session::rearmLocked() {
     if (mDead) return;
     uint32_t want = mReading ? 0u : static_cast<uint32_t>(EPOLLIN);
-    if (mWantWrite.load()) want |= EPOLLOUT;
+    if (mChannel.wantsWrite()) want |= EPOLLOUT;
     if (want == mArmed) return;
-    Dispatcher::get().rearm(mFd, mWatchId, want);
+    Dispatcher::get().rearm(mChannel.fd(), mWatchId, want);
     mArmed = want;
 }
 
@@ -133,7 +80,7 @@ void Session::onEvent(uint32_t events) {
         std::lock_guard<std::mutex> lock(mMutex);
         mArmed = 0;  // one-shot: the registration reports nothing more until re-armed
     }
-    if (mWantWrite.load()) flush();
+    if (mChannel.wantsWrite()) flush();
     if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
         serve();
         return;
@@ -143,99 +90,6 @@ void Session::onEvent(uint32_t events) {
 }
 
 // --- Reading -------------------------------------------------------------------------------
-
-ssize_t Session::receive(void* buffer, size_t size, int flags) {
-    alignas(cmsghdr) char control[kFdControlSize];
-    iovec iov{buffer, size};
-    msghdr msg{};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof(control);
-    ssize_t n = recvmsg(mFd, &msg, flags | MSG_CMSG_CLOEXEC);
-    if (n < 0) return n;
-    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
-        if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
-        const size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; ++i) {
-            int fd;
-            memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof(int));
-            mInFds.push_back(fd);
-        }
-    }
-    // Descriptors lost to a short control buffer would shift every later message's.
-    if (msg.msg_flags & MSG_CTRUNC) {
-        errno = EPROTO;
-        return -1;
-    }
-    return n;
-}
-
-Session::Read Session::readMore(bool block) {
-    if (mReadEnd == mReadBuffer.size()) {
-        if (mReadStart > 0) {
-            std::memmove(mReadBuffer.data(), mReadBuffer.data() + mReadStart,
-                         mReadEnd - mReadStart);
-            mReadEnd -= mReadStart;
-            mReadStart = 0;
-        } else {
-            // Grows only as bytes really arrive, so a header that promises much costs little.
-            mReadBuffer.resize(std::max(kInitialReadBuffer, mReadBuffer.size() * 2));
-        }
-    }
-    ssize_t n = receive(mReadBuffer.data() + mReadEnd, mReadBuffer.size() - mReadEnd,
-                        block ? 0 : MSG_DONTWAIT);
-    if (n > 0) {
-        mReadEnd += static_cast<size_t>(n);
-        if (mPartialSince.load() == 0) mPartialSince.store(monotonicMillis());
-        return Read::kMore;
-    }
-    if (n < 0 && errno == EINTR) return Read::kMore;
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Read::kWouldBlock;
-    return Read::kClosed;
-}
-
-bool Session::frameBuffered() const {
-    const size_t available = mReadEnd - mReadStart;
-    if (available < sizeof(WireHeader)) return false;
-    WireHeader h;
-    memcpy(&h, mReadBuffer.data() + mReadStart, sizeof(h));
-    return !validHeader(h) || available >= sizeof(h) + size_t{h.objectCount} * 4 + h.dataSize;
-}
-
-bool Session::takeFrame(Frame* frame, bool* bad) {
-    *bad = false;
-    const size_t available = mReadEnd - mReadStart;
-    if (available < sizeof(WireHeader)) return false;
-    const uint8_t* at = mReadBuffer.data() + mReadStart;
-    WireHeader h;
-    memcpy(&h, at, sizeof(h));
-    if (!validHeader(h)) {
-        *bad = true;  // not our protocol, or lying about sizes: the connection cannot be trusted
-        return false;
-    }
-    const size_t offsetBytes = size_t{h.objectCount} * 4;
-    const size_t total = sizeof(h) + offsetBytes + h.dataSize;
-    if (available < total) return false;
-    if (mInFds.size() < h.fdCount) {
-        *bad = true;
-        return false;
-    }
-    frame->header = h;
-    frame->offsets.resize(h.objectCount);
-    if (offsetBytes > 0) memcpy(frame->offsets.data(), at + sizeof(h), offsetBytes);
-    frame->data.assign(at + sizeof(h) + offsetBytes, at + total);
-    frame->fds.assign(mInFds.begin(), mInFds.begin() + h.fdCount);
-    mInFds.erase(mInFds.begin(), mInFds.begin() + h.fdCount);
-    mReadStart += total;
-    if (mReadStart == mReadEnd) {
-        mReadStart = mReadEnd = 0;
-        mPartialSince.store(0);
-    } else {
-        mPartialSince.store(monotonicMillis());
-    }
-    return true;
-}
 
 void Session::serve() {
     {
@@ -251,7 +105,7 @@ void Session::serve() {
     for (;;) {
         Frame frame;
         bool bad = false;
-        if (takeFrame(&frame, &bad)) {
+        if (mChannel.takeFrame(&frame, &bad)) {
             if (!handle(frame, &incoming)) {
                 closed = true;
                 break;
@@ -263,15 +117,15 @@ void Session::serve() {
             closed = true;
             break;
         }
-        const Read r = readMore(false);
-        if (r == Read::kWouldBlock) break;
-        if (r == Read::kClosed) {
+        const Channel::Read r = mChannel.readMore(false);
+        if (r == Channel::Read::kWouldBlock) break;
+        if (r == Channel::Read::kClosed) {
             closed = true;
             break;
         }
     }
     if (closed) teardown();
-    const bool more = !closed && frameBuffered();
+    const bool more = !closed && mChannel.frameBuffered();
     {
         std::lock_guard<std::mutex> lock(mMutex);
         endReadingLocked(more);
@@ -291,7 +145,7 @@ void Session::readUntilAnswered(Pending* mine) {
         }
         Frame frame;
         bool bad = false;
-        if (takeFrame(&frame, &bad)) {
+        if (mChannel.takeFrame(&frame, &bad)) {
             Incoming incoming;
             if (!handle(frame, &incoming)) {
                 closed = true;
@@ -310,7 +164,7 @@ void Session::readUntilAnswered(Pending* mine) {
             }
             continue;
         }
-        if (bad || readMore(true) == Read::kClosed) {
+        if (bad || mChannel.readMore(true) == Channel::Read::kClosed) {
             closed = true;
             break;
         }
@@ -320,10 +174,6 @@ void Session::readUntilAnswered(Pending* mine) {
 
 bool Session::handle(Frame& frame, Incoming* incoming) {
     const WireHeader& h = frame.header;
-    struct FdCloser {
-        std::vector<int>& fds;
-        ~FdCloser() { closeAll(fds); }
-    } closeUnclaimed{frame.fds};
     switch (h.type) {
         case kWireRelease: {
             AIBinder* drop = nullptr;
@@ -345,7 +195,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
         case kWireReply: {
             auto reply = std::make_unique<AParcel>();
             reply->data = std::move(frame.data);
-            reply->fds.swap(frame.fds);
+            for (auto& fd : frame.fds) reply->fds.push_back(fd.release());
             binder_status_t status = h.status;
             if (status == STATUS_OK) {
                 binder_status_t flat = unflatten(reply.get(), frame.offsets);
@@ -365,7 +215,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
             const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
             auto in = std::make_unique<AParcel>();
             in->data = std::move(frame.data);
-            in->fds.swap(frame.fds);
+            for (auto& fd : frame.fds) in->fds.push_back(fd.release());
             binder_status_t status = unflatten(in.get(), frame.offsets);
             AIBinder* target = nullptr;
             if (status == STATUS_OK) {
@@ -441,7 +291,7 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
             rearmLocked();
             lock.unlock();
             readUntilAnswered(&pending);
-            const bool more = frameBuffered();
+            const bool more = mChannel.frameBuffered();
             lock.lock();
             endReadingLocked(more);
             continue;
@@ -464,102 +314,18 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
 // --- Writing -------------------------------------------------------------------------------
 
 bool Session::send(const WireHeader& h, const Outgoing& out) {
-    WireHeader header = h;
-    header.magic = kWireMagic;
-    header.objectCount = static_cast<uint32_t>(out.offsets.size());
-    header.dataSize = out.data == nullptr ? 0 : static_cast<uint32_t>(out.data->size());
-    header.fdCount = out.fds == nullptr ? 0 : static_cast<uint32_t>(out.fds->size());
-    if (header.fdCount > kMaxParcelFds) return false;
-    iovec iov[3] = {
-            {&header, sizeof(header)},
-            {const_cast<uint32_t*>(out.offsets.data()), out.offsets.size() * sizeof(uint32_t)},
-            {out.data == nullptr ? nullptr : const_cast<uint8_t*>(out.data->data()),
-             header.dataSize},
-    };
-    const size_t total = iov[0].iov_len + iov[1].iov_len + iov[2].iov_len;
-    size_t sent = 0;
-    int first = 0;  // the first piece not wholly sent
-
-    std::lock_guard<std::mutex> lock(mWriteMutex);
-    if (mWriteFailed) return false;
-    if (mOutQueue.empty()) {
-        // The common path: the socket takes it all at once.
-        while (sent < total) {
-            ssize_t n = sendSome(mFd, iov + first, 3 - first, sent == 0 ? out.fds : nullptr);
-            if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
-            if (n <= 0) {
-                failWrites(nullptr);
-                return false;
-            }
-            sent += static_cast<size_t>(n);
-            auto left = static_cast<size_t>(n);
-            while (first < 3 && left >= iov[first].iov_len) left -= iov[first++].iov_len;
-            if (first < 3) {
-                iov[first].iov_base = static_cast<uint8_t*>(iov[first].iov_base) + left;
-                iov[first].iov_len -= left;
-            }
-        }
-        if (sent == total) return true;
-    } else if (mOutBytes > kOutboundLimit) {
-        failWrites("it leaves its replies unread");
-        return false;
+    const Channel::Sent sent = mChannel.send(h, out);
+    if (sent == Channel::Sent::kQueued) {
+        std::lock_guard<std::mutex> state(mMutex);
+        rearmLocked();
     }
-    // Whatever the socket did not take waits, in order, for a binder thread to write it.
-    Queued q;
-    q.bytes.reserve(total - sent);
-    for (int i = first; i < 3; ++i) {
-        const auto* bytes = static_cast<const uint8_t*>(iov[i].iov_base);
-        q.bytes.insert(q.bytes.end(), bytes, bytes + iov[i].iov_len);
-    }
-    if (sent == 0 && out.fds != nullptr) {
-        for (int fd : *out.fds) q.fds.push_back(fcntl(fd, F_DUPFD_CLOEXEC, 0));
-    }
-    mOutBytes += q.bytes.size();
-    mOutQueue.push_back(std::move(q));
-    if (!mWantWrite.exchange(true)) mStalledSince.store(monotonicMillis());
-    std::lock_guard<std::mutex> state(mMutex);
-    rearmLocked();
-    return true;
+    return sent != Channel::Sent::kFailed;
 }
 
 void Session::flush() {
-    std::lock_guard<std::mutex> lock(mWriteMutex);
-    while (!mOutQueue.empty() && !mWriteFailed) {
-        Queued& q = mOutQueue.front();
-        iovec iov{q.bytes.data() + q.sent, q.bytes.size() - q.sent};
-        ssize_t n = sendSome(mFd, &iov, 1, q.sent == 0 ? &q.fds : nullptr);
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
-        if (n <= 0) {
-            failWrites(nullptr);
-            break;
-        }
-        closeAll(q.fds);
-        q.fds.clear();
-        q.sent += static_cast<size_t>(n);
-        mOutBytes -= static_cast<size_t>(n);
-        mStalledSince.store(monotonicMillis());
-        if (q.sent == q.bytes.size()) mOutQueue.pop_front();
-    }
-    if (mOutQueue.empty()) {
-        mWantWrite.store(false);
-        mStalledSince.store(0);
-    }
+    mChannel.flush();
     std::lock_guard<std::mutex> state(mMutex);
     rearmLocked();
-}
-
-void Session::failWrites(const char* why) {
-    if (why != nullptr) {
-        hostbinderLog("closing a connection of %s to pid %d: %s (%zu bytes waiting)",
-                      mInstance.c_str(), static_cast<int>(mPeerPid), why, mOutBytes);
-    }
-    mWriteFailed = true;
-    for (const Queued& q : mOutQueue) closeAll(q.fds);
-    mOutQueue.clear();
-    mOutBytes = 0;
-    mWantWrite.store(false);
-    mStalledSince.store(0);
-    shutdown();
 }
 
 void Session::sendReply(uint64_t txId, binder_status_t status, AParcel* reply) {
@@ -594,19 +360,7 @@ void Session::endReadingLocked(bool more) {
 // --- Ending --------------------------------------------------------------------------------
 
 void Session::sweep(int64_t nowMs) {
-    const int64_t partial = mPartialSince.load();
-    if (partial != 0 && nowMs - partial > kFrameTimeoutMillis && alive()) {
-        hostbinderLog("closing a connection of %s to pid %d: half a message for over %lld ms",
-                      mInstance.c_str(), static_cast<int>(mPeerPid),
-                      static_cast<long long>(kFrameTimeoutMillis));
-        shutdown();
-        return;
-    }
-    const int64_t stalled = mStalledSince.load();
-    if (stalled != 0 && nowMs - stalled > kDrainTimeoutMillis) {
-        std::lock_guard<std::mutex> lock(mWriteMutex);
-        if (!mOutQueue.empty() && !mWriteFailed) failWrites("it leaves its replies unread");
-    }
+    mChannel.sweep(nowMs);
 }
 
 void Session::teardown() {
@@ -631,9 +385,8 @@ void Session::teardown() {
             if (entry.second->tryIncStrong()) proxies.push_back(entry.second);
         }
     }
-    Dispatcher::get().remove(mFd, mWatchId);
-    for (int fd : mInFds) close(fd);
-    mInFds.clear();
+    Dispatcher::get().remove(mChannel.fd(), mWatchId);
+    mChannel.dropReceived();
     SessionRegistry::get().remove(this);
     // Dropping the exports may destroy the caller's objects: no lock is held here.
     for (AIBinder* b : exports) AIBinder_decStrong(b);
