@@ -280,8 +280,10 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
         pending.next = mPending;
         mPending = &pending;
     }
-    send(h, request);  // a failed send ends the session, which answers `pending`
-    in.reset();        // its binders need not be held while waiting for the reply
+    // Nothing can answer before the request has left, so waiting for it costs the caller
+    // nothing. A failed send ends the session, which answers `pending`.
+    send(h, request, true);
+    in.reset();  // its binders need not be held while waiting for the reply
 
     std::unique_lock<std::mutex> lock(mMutex);
     while (!pending.done) {
@@ -313,13 +315,16 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
 
 // --- Writing -------------------------------------------------------------------------------
 
-bool Session::send(const WireHeader& h, const Outgoing& out) {
+bool Session::send(const WireHeader& h, const Outgoing& out, bool waitToLeave) {
     const Channel::Sent sent = mChannel.send(h, out);
-    if (sent == Channel::Sent::kQueued) {
-        std::lock_guard<std::mutex> state(mMutex);
-        rearmLocked();
-    }
-    return sent != Channel::Sent::kFailed;
+    if (sent != Channel::Sent::kQueued) return sent == Channel::Sent::kAll;
+    // Binder threads write the rest when the socket takes more. A process without them has
+    // nobody else to do it: the sender waits until its bytes have left, as a device's sender
+    // returns only once the driver has its transaction.
+    if (waitToLeave || !Dispatcher::get().started()) mChannel.flushWaiting();
+    std::lock_guard<std::mutex> state(mMutex);
+    rearmLocked();
+    return !mChannel.isShut();
 }
 
 void Session::flush() {
@@ -392,11 +397,12 @@ void Session::teardown() {
     for (AIBinder* b : exports) AIBinder_decStrong(b);
     for (AIBinder* b : proxies) {
         std::vector<DeathLink> links = static_cast<RemoteBinder*>(b)->die();
-        // The reference travels with the task and goes when the task does, whether it ran or
-        // was dropped because the process is exiting: a proxy kept by a notice that never ran
-        // would keep this session, and everything it holds, for ever.
-        std::shared_ptr<AIBinder> held(b, [](AIBinder* p) { AIBinder_decStrong(p); });
-        Dispatcher::get().post([held, links = std::move(links)] {
+        AIBinder_decStrong(b);
+        // The notice holds only what it delivers: one waiting for binder threads that a
+        // process never starts must not keep the proxy, and through it this session and its
+        // socket.
+        if (links.empty()) continue;
+        Dispatcher::get().post([links = std::move(links)] {
             for (const DeathLink& link : links) {
                 if (!link.recipient->deleted.load()) link.recipient->onDied(link.cookie);
             }

@@ -88,8 +88,9 @@ private:
     void teardown();
 
     // False when the connection is gone. What the socket does not take leaves through a
-    // binder thread; a process that has none flushes it here, before going on.
-    bool send(const WireHeader& h, const Outgoing& out);
+    // binder thread; with `waitToLeave`, or in a process that has none, the sender waits here
+    // until it has left.
+    bool send(const WireHeader& h, const Outgoing& out, bool waitToLeave = false);
     void sendReply(uint64_t txId, binder_status_t status, AParcel* reply);
     void flush();
     // Arms the epoll registration for what is wanted now. Needs mMutex.
