@@ -9,6 +9,16 @@
 #include <cerrno>
 #include <cstring>
 
+namespace {
+// The incoming two-way calls this thread is running, innermost last: a call it makes to the
+// same peer meanwhile is nested in the innermost one from that peer.
+struct Handling {
+    const void* session;
+    uint64_t txId;
+};
+thread_local std::vector<Handling> tHandling;
+}  // namespace
+
 CallingIdentity& callingIdentity() {
     thread_local CallingIdentity identity{getuid(), getpid(), false};
     return identity;
@@ -141,7 +151,7 @@ void Session::readUntilAnswered(Pending* mine) {
     for (;;) {
         {
             std::lock_guard<std::mutex> lock(mMutex);
-            if (mine->done) break;
+            if (mine->done || !mine->nested.empty()) break;
         }
         Frame frame;
         bool bad = false;
@@ -157,7 +167,8 @@ void Session::readUntilAnswered(Pending* mine) {
             // process, are answered here: a peer asks them while handling our call, and a
             // process without binder threads must still be able to make that call.
             const uint32_t code = incoming.header.code;
-            if (code == kPingTransaction || code == kInterfaceTransaction) {
+            const bool oneway = (incoming.header.flags & FLAG_ONEWAY) != 0;
+            if (!oneway && (code == kPingTransaction || code == kInterfaceTransaction)) {
                 runTransaction(std::move(incoming));
             } else {
                 postTransaction(std::move(incoming));
@@ -227,7 +238,14 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
                 if (!oneway) sendReply(h.txId, status, nullptr);
                 return true;
             }
-            *incoming = Incoming{h, target, std::move(in)};
+            Incoming call{h, target, std::move(in)};
+            if (!oneway && h.nestedIn != 0) {
+                std::lock_guard<std::mutex> lock(mMutex);
+                if (deliverNestedLocked(call)) return true;
+            }
+            // Admitted while this thread holds the read turn, so in the order they came.
+            if (oneway && !admitOneway(call)) return true;
+            *incoming = std::move(call);
             return true;
         }
     }
@@ -240,17 +258,81 @@ void Session::postTransaction(Incoming incoming) {
     Dispatcher::get().post([self, held] { self->runTransaction(std::move(*held)); });
 }
 
-void Session::runTransaction(Incoming incoming) {
+void Session::execute(const Incoming& incoming) {
     const WireHeader& h = incoming.header;
+    const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
     CallingIdentity saved = callingIdentity();
     callingIdentity() = {mPeerUid, mPeerPid, true};
+    if (!oneway) tHandling.push_back({this, h.txId});
     AParcel reply;
     binder_status_t status = dispatchLocal(static_cast<LocalBinder*>(incoming.target), h.code,
                                            incoming.in.get(), &reply);
+    if (!oneway) tHandling.pop_back();
     callingIdentity() = saved;
-    incoming.in.reset();
-    if ((h.flags & FLAG_ONEWAY) == 0) sendReply(h.txId, status, &reply);
-    AIBinder_decStrong(incoming.target);
+    if (!oneway) sendReply(h.txId, status, &reply);
+}
+
+void Session::runTransaction(Incoming incoming) {
+    AIBinder* const target = incoming.target;
+    const bool oneway = (incoming.header.flags & FLAG_ONEWAY) != 0;
+    execute(incoming);
+    incoming.in.reset();  // the data is freed before the next one-way call is handed out
+    if (oneway) {
+        OnewayWaiting next;
+        while (nextOneway(target, &next)) {
+            next.session->execute(next.incoming);
+            AIBinder_decStrong(next.incoming.target);
+            next = OnewayWaiting{};
+        }
+    }
+    AIBinder_decStrong(target);
+}
+
+bool Session::deliverNestedLocked(Incoming& incoming) {
+    for (Pending* p = mPending; p != nullptr; p = p->next) {
+        if (p->txId == incoming.header.nestedIn && !p->done) {
+            p->nested.push_back(std::move(incoming));
+            p->cv.notify_one();
+            return true;
+        }
+    }
+    return false;  // not waiting (any more): it runs as any other call
+}
+
+namespace {
+std::mutex gOnewayMutex;
+}  // namespace
+
+std::unordered_map<AIBinder*, std::deque<Session::OnewayWaiting>>& Session::onewayLines() {
+    // Never destroyed: a binder thread may still finish a call while the process exits.
+    static auto* lines = new std::unordered_map<AIBinder*, std::deque<OnewayWaiting>>;
+    return *lines;
+}
+
+bool Session::admitOneway(Incoming& incoming) {
+    std::lock_guard<std::mutex> lock(gOnewayMutex);
+    auto& lines = onewayLines();
+    auto it = lines.find(incoming.target);
+    if (it == lines.end()) {
+        lines.emplace(incoming.target, std::deque<OnewayWaiting>{});
+        return true;
+    }
+    it->second.push_back(OnewayWaiting{shared_from_this(), std::move(incoming)});
+    return false;
+}
+
+bool Session::nextOneway(AIBinder* target, OnewayWaiting* next) {
+    std::lock_guard<std::mutex> lock(gOnewayMutex);
+    auto& lines = onewayLines();
+    auto it = lines.find(target);
+    if (it == lines.end()) return false;
+    if (it->second.empty()) {
+        lines.erase(it);
+        return false;
+    }
+    *next = std::move(it->second.front());
+    it->second.pop_front();
+    return true;
 }
 
 // --- Calling -------------------------------------------------------------------------------
@@ -272,6 +354,15 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
         return send(h, request) ? STATUS_OK : STATUS_DEAD_OBJECT;
     }
 
+    // Made while handling a call from this same peer: the peer runs it on the thread that
+    // waits for that call (kernel binder_transaction() walks the thread's transaction stack
+    // for a thread of the target process).
+    for (auto it = tHandling.rbegin(); it != tHandling.rend(); ++it) {
+        if (it->session == this) {
+            h.nestedIn = it->txId;
+            break;
+        }
+    }
     Pending pending;
     {
         std::lock_guard<std::mutex> lock(mMutex);
@@ -286,7 +377,16 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     in.reset();  // its binders need not be held while waiting for the reply
 
     std::unique_lock<std::mutex> lock(mMutex);
-    while (!pending.done) {
+    for (;;) {
+        if (!pending.nested.empty()) {
+            Incoming call = std::move(pending.nested.front());
+            pending.nested.pop_front();
+            lock.unlock();
+            runTransaction(std::move(call));
+            lock.lock();
+            continue;
+        }
+        if (pending.done) break;
         if (!mReading && !mDead) {
             // Nobody reads this connection now: the caller reads its own reply.
             mReading = true;

@@ -55,23 +55,31 @@ public:
     void sweep(int64_t nowMs);
 
 private:
-    struct Pending {
-        uint64_t txId = 0;
-        bool done = false;  // guarded by mMutex
-        binder_status_t status = STATUS_OK;
-        std::unique_ptr<AParcel> reply;
-        std::condition_variable cv;
-        Pending* next = nullptr;
-    };
-    struct Export {
-        AIBinder* binder;  // one strong reference held while the peer holds any
-        uint64_t count;
-    };
     // An incoming transaction, resolved and ready to run.
     struct Incoming {
         WireHeader header;
         AIBinder* target = nullptr;  // one strong reference, released once it has run
         std::unique_ptr<AParcel> in;
+    };
+    // A two-way call of ours waiting for its reply. Guarded by mMutex.
+    struct Pending {
+        uint64_t txId = 0;
+        bool done = false;
+        binder_status_t status = STATUS_OK;
+        std::unique_ptr<AParcel> reply;
+        // Calls the peer makes into us while handling this one: they run on the waiting thread.
+        std::deque<Incoming> nested;
+        std::condition_variable cv;
+        Pending* next = nullptr;
+    };
+    // A one-way call read while another one to the same binder runs.
+    struct OnewayWaiting {
+        std::shared_ptr<Session> session;
+        Incoming incoming;
+    };
+    struct Export {
+        AIBinder* binder;  // one strong reference held while the peer holds any
+        uint64_t count;
     };
     Session(ndk::ScopedFileDescriptor fd, std::string instance, AIBinder* root, pid_t peerPid,
             uid_t peerUid);
@@ -79,11 +87,26 @@ private:
     // Reads on a binder thread until it would block or a transaction is to run, which it then
     // runs itself.
     void serve();
-    // Reads on the caller's thread until `mine` is answered.
+    // Reads on the caller's thread until `mine` is answered or has a nested call to run.
     void readUntilAnswered(Pending* mine);
     // False when the connection must end. Fills *incoming when a transaction is to run.
     bool handle(Frame& frame, Incoming* incoming);
+    // Runs an incoming transaction and, for a one-way one, those that queued behind it for the
+    // same binder.
     void runTransaction(Incoming incoming);
+    void execute(const Incoming& incoming);
+    // Hands a call nested in one of ours to the thread waiting for that one. Needs mMutex.
+    bool deliverNestedLocked(Incoming& incoming);
+    // One-way calls to one binder run one at a time, in the order they were read: the driver
+    // keeps a node's one-way transactions in its async_todo list and hands out the next only
+    // once the previous one's buffer is freed (drivers/android/binder.c,
+    // has_async_transaction). A binder with an entry here has a one-way call running; the
+    // entry holds those waiting behind it. Guarded by gOnewayMutex.
+    static std::unordered_map<AIBinder*, std::deque<OnewayWaiting>>& onewayLines();
+    // True when a one-way call may run now; otherwise it waits behind the one running.
+    bool admitOneway(Incoming& incoming);
+    // The next one-way call for `target`; false when none waits (its line then ends).
+    static bool nextOneway(AIBinder* target, OnewayWaiting* next);
     void postTransaction(Incoming incoming);
     void teardown();
 
