@@ -90,47 +90,44 @@ void Dispatcher::post(std::function<void()> task) {
             (void)!write(mTaskFd, &one, sizeof(one));
         }
     }
-    if (mStarted.load() && mIdle.load() == 0) ensureSpare();
+    if (mIdle.load() == 0) ensureSpare();
 }
 
 void Dispatcher::ensureSpare() {
+    // Before startThreadPool the driver asks for no threads (ProcessState::spawnPooledThread
+    // does nothing until then), whatever joined.
     if (mIdle.load() > 0 || !mStarted.load()) return;
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        if (mThreads >= mMaxThreads) return;
-        ++mThreads;
+        if (mSpawned >= mMaxThreads) return;
+        ++mSpawned;
     }
-    std::thread([this] { work(); }).detach();
+    spawn();
 }
 
 void Dispatcher::spawn() {
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        ++mThreads;
-    }
+    mThreads.fetch_add(1);
     std::thread([this] { work(); }).detach();
 }
 
 void Dispatcher::start() {
     if (mStarted.exchange(true)) return;
-    // Two from the start: one can run a transaction while the other watches.
-    spawn();
     spawn();
 }
 
 void Dispatcher::join() {
-    mStarted.store(true);
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        ++mThreads;
-    }
+    mThreads.fetch_add(1);
     work();
     abort();  // work() never returns
 }
 
-void Dispatcher::setMaxThreads(uint32_t max) {
+bool Dispatcher::setMaxThreads(uint32_t max) {
     std::lock_guard<std::mutex> lock(mMutex);
-    mMaxThreads = std::max(max, kMinMaxThreads);
+    // A device aborts here (ProcessState::setThreadPoolMaxThreadCount); the host refuses
+    // without a word, so that programs that do it still run (see README's differences).
+    if (mStarted.load() && max < mMaxThreads) return false;
+    mMaxThreads = max;
+    return true;
 }
 
 void Dispatcher::runOneTask() {

@@ -421,7 +421,7 @@ bool Session::send(const WireHeader& h, const Outgoing& out, bool waitToLeave) {
     // Binder threads write the rest when the socket takes more. A process without them has
     // nobody else to do it: the sender waits until its bytes have left, as a device's sender
     // returns only once the driver has its transaction.
-    if (waitToLeave || !Dispatcher::get().started()) mChannel.flushWaiting();
+    if (waitToLeave || !Dispatcher::get().hasThreads()) mChannel.flushWaiting();
     std::lock_guard<std::mutex> state(mMutex);
     rearmLocked();
     return !mChannel.isShut();
