@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "budget.h"
+
 namespace {
 // The incoming two-way calls this thread is running, innermost last: a call it makes to the
 // same peer meanwhile is nested in the innermost one from that peer.
@@ -212,6 +214,17 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
                 binder_status_t flat = unflatten(reply.get(), frame.offsets);
                 if (flat != STATUS_OK) status = flat;
             }
+            // A reply takes the caller's buffer until the caller frees it; one that does not
+            // fit fails the call (the driver's BR_FAILED_REPLY).
+            const size_t bytes = ReceiveBudget::sizeOf(h.dataSize, h.objectCount);
+            if (status == STATUS_OK && !reply->data.empty()) {
+                if (ReceiveBudget::get().take(bytes, false)) {
+                    reply->claim.hold(bytes, false);
+                } else {
+                    status = STATUS_FAILED_TRANSACTION;
+                    reply.reset();
+                }
+            }
             std::lock_guard<std::mutex> lock(mMutex);
             Pending* p = mPending;
             while (p != nullptr && (p->txId != h.txId || p->done)) p = p->next;
@@ -233,6 +246,18 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
                 std::lock_guard<std::mutex> lock(mMutex);
                 target = exportedLocked(h.target);
                 if (target == nullptr) status = STATUS_BAD_VALUE;
+            }
+            if (status == STATUS_OK) {
+                const size_t bytes = ReceiveBudget::sizeOf(h.dataSize, h.objectCount);
+                if (ReceiveBudget::get().take(bytes, oneway)) {
+                    in->claim.hold(bytes, oneway);
+                } else {
+                    // Two-way: answered with the failure without running, so the sender sees
+                    // what a device's sender sees. One-way: the sender has gone on already.
+                    status = STATUS_FAILED_TRANSACTION;
+                    if (oneway) logDroppedOneway(bytes);
+                    AIBinder_decStrong(target);
+                }
             }
             if (status != STATUS_OK) {
                 if (!oneway) sendReply(h.txId, status, nullptr);
@@ -258,7 +283,20 @@ void Session::postTransaction(Incoming incoming) {
     Dispatcher::get().post([self, held] { self->runTransaction(std::move(*held)); });
 }
 
-void Session::execute(const Incoming& incoming) {
+void Session::logDroppedOneway(size_t bytes) {
+    static std::atomic<int64_t> lastLog{0};
+    const int64_t now = monotonicMillis();
+    int64_t last = lastLog.load();
+    // One line a second at most: a flood of them must not become a flood of logging.
+    if (now - last >= 1000 && lastLog.compare_exchange_strong(last, now)) {
+        hostbinderLog(
+                "dropping a one-way call of %zu bytes from pid %d to %s: this process "
+                "has no room for it (a device fails it at the sender)",
+                bytes, static_cast<int>(mPeerPid), mInstance.c_str());
+    }
+}
+
+void Session::execute(Incoming& incoming) {
     const WireHeader& h = incoming.header;
     const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
     CallingIdentity saved = callingIdentity();
@@ -269,14 +307,15 @@ void Session::execute(const Incoming& incoming) {
                                            incoming.in.get(), &reply);
     if (!oneway) tHandling.pop_back();
     callingIdentity() = saved;
+    // Freed before the reply goes: its space is the receiver's again once the call is done.
+    incoming.in.reset();
     if (!oneway) sendReply(h.txId, status, &reply);
 }
 
 void Session::runTransaction(Incoming incoming) {
     AIBinder* const target = incoming.target;
     const bool oneway = (incoming.header.flags & FLAG_ONEWAY) != 0;
-    execute(incoming);
-    incoming.in.reset();  // the data is freed before the next one-way call is handed out
+    execute(incoming);  // frees the data before the next one-way call is handed out
     if (oneway) {
         OnewayWaiting next;
         while (nextOneway(target, &next)) {
@@ -345,6 +384,12 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     h.target = target->remoteId;
     h.code = code;
     h.flags = flags;
+    // What can never fit in the receiver's buffer fails here, as the driver fails it; what
+    // does not fit now is refused by the receiver.
+    if (!ReceiveBudget::couldFit(ReceiveBudget::sizeOf(in->data.size(), in->objects.size()),
+                                 (flags & FLAG_ONEWAY) != 0)) {
+        return STATUS_FAILED_TRANSACTION;
+    }
     Outgoing request;
     binder_status_t status = flatten(*in, &request);
     if (status != STATUS_OK) return status;

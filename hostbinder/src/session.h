@@ -94,7 +94,8 @@ private:
     // Runs an incoming transaction and, for a one-way one, those that queued behind it for the
     // same binder.
     void runTransaction(Incoming incoming);
-    void execute(const Incoming& incoming);
+    void execute(Incoming& incoming);
+    void logDroppedOneway(size_t bytes);
     // Hands a call nested in one of ours to the thread waiting for that one. Needs mMutex.
     bool deliverNestedLocked(Incoming& incoming);
     // One-way calls to one binder run one at a time, in the order they were read: the driver
