@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <thread>
 
 #include "channel.h"
 
@@ -183,31 +182,4 @@ TEST(Channel, APeerThatDoesNotReadIsCutOffAtTheQueueBound) {
     EXPECT_EQ(Channel::Sent::kFailed, sender.send(transactHeader(++sent), out));
     // Not before the queue itself passed the bound.
     EXPECT_GT(sent * chunk.size(), Channel::kOutboundLimit);
-}
-
-TEST(Channel, WaitingFlushEmptiesTheQueueWhileThePeerReads) {
-    Pair p;
-    shrinkSendBuffer(p.mine.get());
-    Channel sender(std::move(p.mine), "sender");
-    Channel receiver(std::move(p.theirs), "receiver");
-    const std::vector<uint8_t> big = pattern(512 * 1024, 5);
-    Outgoing out;
-    out.data = &big;
-    ASSERT_EQ(Channel::Sent::kQueued, sender.send(transactHeader(7), out));
-    Frame frame;
-    bool ok = false;
-    std::thread reader([&] {
-        for (;;) {
-            bool bad = false;
-            if (receiver.takeFrame(&frame, &bad)) {
-                ok = true;
-                return;
-            }
-            if (bad || receiver.readMore(true) != Channel::Read::kMore) return;
-        }
-    });
-    EXPECT_TRUE(sender.flushWaiting());
-    reader.join();
-    ASSERT_TRUE(ok);
-    EXPECT_EQ(big, frame.data);
 }
