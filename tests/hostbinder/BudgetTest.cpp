@@ -33,10 +33,10 @@ protected:
         probe = newProbe([this](transaction_code_t code, const AParcel* in, AParcel* out) {
             ++received;
             if (code == kHold) gate.pass();
-            if (code != kAnswer) return STATUS_OK;
             int32_t bytes = 0;
-            AParcel_readInt32(in, &bytes);
+            if (code == kAnswer) AParcel_readInt32(in, &bytes);
             for (int32_t i = 0; i < bytes / 4; ++i) AParcel_writeInt32(out, i);
+            ++finished;
             return STATUS_OK;
         });
         ASSERT_TRUE(serveProbe(probe, kInstance));
@@ -45,6 +45,8 @@ protected:
     }
     void TearDown() override {
         gate.open();
+        // A held one-way call may still be returning: the fixture it uses must outlive it.
+        EXPECT_TRUE(paxtest::waitUntil([&] { return finished == received; }));
         HostBinder_stopService(kInstance);
     }
 
@@ -73,6 +75,7 @@ protected:
     ndk::SpAIBinder probe;
     ndk::SpAIBinder remote;
     std::atomic<int> received{0};
+    std::atomic<int> finished{0};
     paxtest::Gate gate;
 };
 

@@ -28,6 +28,7 @@ TEST(OnewayOrder, AHundredCallsRunOneAtATimeInOrder) {
     std::vector<int32_t> seen;
     std::atomic<int> running{0};
     std::atomic<int> mostAtOnce{0};
+    std::atomic<int> done{0};  // the last thing a call touches
     ndk::SpAIBinder probe = newProbe([&](transaction_code_t, const AParcel* in, AParcel*) {
         const int now = ++running;
         int most = mostAtOnce.load();
@@ -41,6 +42,7 @@ TEST(OnewayOrder, AHundredCallsRunOneAtATimeInOrder) {
             seen.push_back(sequence);
         }
         --running;
+        ++done;
         return STATUS_OK;
     });
     ASSERT_TRUE(serveProbe(probe, kInstance));
@@ -52,10 +54,7 @@ TEST(OnewayOrder, AHundredCallsRunOneAtATimeInOrder) {
                           remote, kRecord, [i](AParcel* in) { AParcel_writeInt32(in, i); }, nullptr,
                           FLAG_ONEWAY));
     }
-    ASSERT_TRUE(paxtest::waitUntil([&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return seen.size() == kCalls;
-    }));
+    ASSERT_TRUE(paxtest::waitUntil([&] { return done == kCalls; }));
     std::vector<int32_t> expected(kCalls);
     for (int32_t i = 0; i < kCalls; ++i) expected[i] = i;
     EXPECT_EQ(expected, seen);
