@@ -425,7 +425,7 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     for (;;) {
         if (!pending.nested.empty()) {
             Incoming call = std::move(pending.nested.front());
-            pending.nested.pop_front();
+            pending.nested.erase(pending.nested.begin());
             lock.unlock();
             runTransaction(std::move(call));
             lock.lock();

@@ -68,7 +68,8 @@ private:
         binder_status_t status = STATUS_OK;
         std::unique_ptr<AParcel> reply;
         // Calls the peer makes into us while handling this one: they run on the waiting thread.
-        std::deque<Incoming> nested;
+        // A vector, as an empty one allocates nothing: every call has one, few use it.
+        std::vector<Incoming> nested;
         std::condition_variable cv;
         Pending* next = nullptr;
     };
