@@ -121,6 +121,8 @@ private:
     const int64_t at = nowNanos();
     (void)!write(readyFd, &at, sizeof(at));
     close(readyFd);
+    // Started, then joined, as a device service does: joining alone serves one call at a time.
+    ABinderProcess_startThreadPool();
     ABinderProcess_joinThreadPool();
     _exit(4);  // joining never returns
 }

@@ -6,10 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <thread>
 
 namespace {
@@ -17,21 +14,6 @@ thread_local bool tOnBinderThread = false;
 constexpr uint64_t kTaskId = 0;
 constexpr int kSweepMillis = 500;
 }  // namespace
-
-int64_t monotonicMillis() {
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
-void hostbinderLog(const char* format, ...) {
-    char line[512];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(line, sizeof(line), format, args);
-    va_end(args);
-    fprintf(stderr, "hostbinder[%d]: %s\n", getpid(), line);
-}
 
 Dispatcher& Dispatcher::get() {
     // Never destroyed: binder threads may still be running while the process exits.
@@ -108,47 +90,44 @@ void Dispatcher::post(std::function<void()> task) {
             (void)!write(mTaskFd, &one, sizeof(one));
         }
     }
-    if (mStarted.load() && mIdle.load() == 0) ensureSpare();
+    if (mIdle.load() == 0) ensureSpare();
 }
 
 void Dispatcher::ensureSpare() {
+    // Before startThreadPool the driver asks for no threads (ProcessState::spawnPooledThread
+    // does nothing until then), whatever joined.
     if (mIdle.load() > 0 || !mStarted.load()) return;
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        if (mThreads >= mMaxThreads) return;
-        ++mThreads;
+        if (mSpawned >= mMaxThreads) return;
+        ++mSpawned;
     }
-    std::thread([this] { work(); }).detach();
+    spawn();
 }
 
 void Dispatcher::spawn() {
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        ++mThreads;
-    }
+    mThreads.fetch_add(1);
     std::thread([this] { work(); }).detach();
 }
 
 void Dispatcher::start() {
     if (mStarted.exchange(true)) return;
-    // Two from the start: one can run a transaction while the other watches.
-    spawn();
     spawn();
 }
 
 void Dispatcher::join() {
-    mStarted.store(true);
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        ++mThreads;
-    }
+    mThreads.fetch_add(1);
     work();
     abort();  // work() never returns
 }
 
-void Dispatcher::setMaxThreads(uint32_t max) {
+bool Dispatcher::setMaxThreads(uint32_t max) {
     std::lock_guard<std::mutex> lock(mMutex);
-    mMaxThreads = std::max(max, kMinMaxThreads);
+    // A device aborts here (ProcessState::setThreadPoolMaxThreadCount); the host refuses
+    // without a word, so that programs that do it still run (see README's differences).
+    if (mStarted.load() && max < mMaxThreads) return false;
+    mMaxThreads = max;
+    return true;
 }
 
 void Dispatcher::runOneTask() {

@@ -2,6 +2,11 @@
 // connection and listening socket; whichever wakes reads what is ready without blocking, and
 // runs an incoming transaction itself. Nothing is delivered before the process starts (or
 // joins) the pool, as on a device.
+//
+// How many there are follows the device (libbinder's ProcessState.cpp): startThreadPool starts
+// one, and only then may up to setThreadPoolMaxThreadCount(n) more be started on demand (the
+// driver asks for them; n is 15 when never set); each joinThreadPool adds the thread that
+// joins. A call that finds them all busy waits.
 #pragma once
 
 #include <atomic>
@@ -11,6 +16,8 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+
+#include "log.h"
 
 // Something on the epoll set. Registrations are one-shot: a handler re-arms when it is done.
 class Watched {
@@ -30,16 +37,19 @@ public:
     void rearm(int fd, uint64_t id, uint32_t events);
     void remove(int fd, uint64_t id);
 
-    // Runs `task` on a binder thread once the pool is started.
+    // Runs `task` on a binder thread once there is one.
     void post(std::function<void()> task);
     // Called by a binder thread before it runs something that may take long, so that another
-    // thread keeps watching.
+    // thread keeps watching while the pool may still grow.
     void ensureSpare();
 
     void start();
     [[noreturn]] void join();
-    void setMaxThreads(uint32_t max);
-    bool started() const { return mStarted.load(); }
+    // False (and nothing changes) when it would shrink a started pool, which aborts a device
+    // process.
+    bool setMaxThreads(uint32_t max);
+    // The process has binder threads: it started or joined the pool.
+    bool hasThreads() const { return mThreads.load() > 0; }
 
     static bool onBinderThread();
 
@@ -55,8 +65,9 @@ private:
     static void onExit();
 
     const int mEpoll;
-    const int mTaskFd;  // readable while tasks wait
-    std::atomic<bool> mStarted{false};
+    const int mTaskFd;                  // readable while tasks wait
+    std::atomic<bool> mStarted{false};  // startThreadPool was called
+    std::atomic<uint32_t> mThreads{0};
     std::atomic<uint32_t> mIdle{0};
     std::atomic<int64_t> mNextSweep{0};
     // Once exit has begun nothing new is delivered: the process's static objects are being
@@ -68,16 +79,11 @@ private:
     std::mutex mMutex;  // guards everything below
     std::unordered_map<uint64_t, std::shared_ptr<Watched>> mWatched;
     std::deque<std::function<void()>> mTasks;
-    uint32_t mThreads = 0;
-    // Service and client share one pool per process on the host, and a nested call needs a
-    // thread on each side, so the pool may always grow to this.
-    static constexpr uint32_t kMinMaxThreads = 16;
-    uint32_t mMaxThreads = 32;
+    // DEFAULT_MAX_BINDER_THREADS in ProcessState.cpp.
+    static constexpr uint32_t kDefaultMaxThreads = 15;
+    uint32_t mMaxThreads = kDefaultMaxThreads;
+    uint32_t mSpawned = 0;  // started on demand, beyond the one startThreadPool starts
 };
 
-// Milliseconds on the monotonic clock; the time base of the runtime's deadlines.
-int64_t monotonicMillis();
 // Closes connections whose peer stalls; run by a binder thread twice a second.
 void sweepConnections(int64_t nowMs);
-// Writes one line to stderr, prefixed with the runtime's name.
-void hostbinderLog(const char* format, ...) __attribute__((format(printf, 1, 2)));

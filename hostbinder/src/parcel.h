@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "budget.h"
+
 // Where a binder object sits in the data, and the binder itself (one strong reference held).
 struct ParcelObject {
     uint32_t offset;
@@ -32,6 +34,8 @@ struct AParcel {
     // Descriptors that travel beside the data (owned; closed with the parcel). Only the
     // runtime's own transactions use them.
     std::vector<int> fds;
+    // A parcel that arrived holds its space in the process's receive budget until it goes.
+    BudgetClaim claim;
 
     AParcel() = default;
     AParcel(const AParcel&) = delete;

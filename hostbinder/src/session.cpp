@@ -1,7 +1,6 @@
 // A session's reading, writing and teardown.
 #include "session.h"
 
-#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,50 +9,16 @@
 #include <cerrno>
 #include <cstring>
 
+#include "budget.h"
+
 namespace {
-constexpr size_t kInitialReadBuffer = 16 * 1024;
-// Long enough for any honest sender on one machine, short enough that a peer cannot park
-// half messages on us.
-constexpr int64_t kFrameTimeoutMillis = 3000;
-// A peer that takes none of its replies for this long is treated as gone.
-constexpr int64_t kDrainTimeoutMillis = 3000;
-// Bytes we keep for a peer that does not read; past this it is disconnected.
-constexpr size_t kOutboundLimit = 1u << 20;
-// Room for the most descriptors one message may carry.
-constexpr size_t kFdControlSize = CMSG_SPACE(sizeof(int) * kMaxParcelFds);
-
-// One non-blocking send; descriptors (when given) go with the first byte.
-ssize_t sendSome(int fd, const iovec* iov, int count, const std::vector<int>* fds) {
-    alignas(cmsghdr) char control[kFdControlSize];
-    msghdr msg{};
-    msg.msg_iov = const_cast<iovec*>(iov);
-    msg.msg_iovlen = static_cast<size_t>(count);
-    if (fds != nullptr && !fds->empty()) {
-        const size_t bytes = sizeof(int) * fds->size();
-        msg.msg_control = control;
-        msg.msg_controllen = CMSG_SPACE(bytes);
-        cmsghdr* c = CMSG_FIRSTHDR(&msg);
-        c->cmsg_level = SOL_SOCKET;
-        c->cmsg_type = SCM_RIGHTS;
-        c->cmsg_len = CMSG_LEN(bytes);
-        memcpy(CMSG_DATA(c), fds->data(), bytes);
-    }
-    ssize_t n;
-    do {
-        n = sendmsg(fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
-    } while (n < 0 && errno == EINTR);
-    return n;
-}
-
-bool validHeader(const WireHeader& h) {
-    return h.magic == kWireMagic && h.dataSize <= kMaxParcelSize &&
-           h.objectCount <= kMaxParcelObjects && h.fdCount <= kMaxParcelFds &&
-           (h.type == kWireTransact || h.type == kWireReply || h.type == kWireRelease);
-}
-
-void closeAll(const std::vector<int>& fds) {
-    for (int fd : fds) close(fd);
-}
+// The incoming two-way calls this thread is running, innermost last: a call it makes to the
+// same peer meanwhile is nested in the innermost one from that peer.
+struct Handling {
+    const void* session;
+    uint64_t txId;
+};
+thread_local std::vector<Handling> tHandling;
 }  // namespace
 
 CallingIdentity& callingIdentity() {
@@ -61,24 +26,27 @@ CallingIdentity& callingIdentity() {
     return identity;
 }
 
-std::shared_ptr<Session> Session::start(int fd, std::string instance, AIBinder* root) {
-    std::shared_ptr<Session> s(new Session(fd, std::move(instance), root));
+std::shared_ptr<Session> Session::start(ndk::ScopedFileDescriptor fd, std::string instance,
+                                        AIBinder* root) {
     ucred cred{};
     socklen_t len = sizeof(cred);
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) {
-        s->mPeerPid = cred.pid;
-        s->mPeerUid = cred.uid;
-    }
+    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) cred = ucred{};
+    std::shared_ptr<Session> s(
+            new Session(std::move(fd), std::move(instance), root, cred.pid, cred.uid));
     SessionRegistry::get().add(s);
-    Dispatcher::get().add(fd, s->mWatchId, EPOLLIN, s);
+    Dispatcher::get().add(s->mChannel.fd(), s->mWatchId, EPOLLIN, s);
     return s;
 }
 
-Session::Session(int fd, std::string instance, AIBinder* root)
-    : mFd(fd),
-      mInstance(std::move(instance)),
+Session::Session(ndk::ScopedFileDescriptor fd, std::string instance, AIBinder* root, pid_t peerPid,
+                 uid_t peerUid)
+    : mInstance(std::move(instance)),
       mRoot(root),
+      mPeerPid(peerPid),
+      mPeerUid(peerUid),
       mWatchId(Dispatcher::get().newId()),
+      mChannel(std::move(fd), "a connection of " + mInstance + " to pid " +
+                                      std::to_string(static_cast<int>(peerPid))),
       mArmed(EPOLLIN) {
     if (mRoot != nullptr) {
         AIBinder_incStrong(mRoot);
@@ -87,35 +55,26 @@ Session::Session(int fd, std::string instance, AIBinder* root)
     }
 }
 
-Session::~Session() {
-    for (const Queued& q : mOutQueue) closeAll(q.fds);
-    for (int fd : mInFds) close(fd);
-    // Closed only here: a late reply or release after the peer went must not write to a
-    // descriptor number that has meanwhile been reused.
-    close(mFd);
-}
+Session::~Session() = default;
 
 bool Session::alive() const {
+    if (mChannel.isShut()) return false;
     std::lock_guard<std::mutex> lock(mMutex);
-    return !mDead && !mClosing;
+    return !mDead;
 }
 
 void Session::shutdown() {
-    {
-        // From now on nobody is handed this connection, though its reader may not have
-        // noticed the end yet.
-        std::lock_guard<std::mutex> lock(mMutex);
-        mClosing = true;
-    }
-    ::shutdown(mFd, SHUT_RDWR);
+    // From now on nobody is handed this connection, though its reader may not have noticed
+    // the end yet.
+    mChannel.shutdown();
 }
 
 void Session::rearmLocked() {
     if (mDead) return;
     uint32_t want = mReading ? 0u : static_cast<uint32_t>(EPOLLIN);
-    if (mWantWrite.load()) want |= EPOLLOUT;
+    if (mChannel.wantsWrite()) want |= EPOLLOUT;
     if (want == mArmed) return;
-    Dispatcher::get().rearm(mFd, mWatchId, want);
+    Dispatcher::get().rearm(mChannel.fd(), mWatchId, want);
     mArmed = want;
 }
 
@@ -133,7 +92,7 @@ void Session::onEvent(uint32_t events) {
         std::lock_guard<std::mutex> lock(mMutex);
         mArmed = 0;  // one-shot: the registration reports nothing more until re-armed
     }
-    if (mWantWrite.load()) flush();
+    if (mChannel.wantsWrite()) flush();
     if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
         serve();
         return;
@@ -143,99 +102,6 @@ void Session::onEvent(uint32_t events) {
 }
 
 // --- Reading -------------------------------------------------------------------------------
-
-ssize_t Session::receive(void* buffer, size_t size, int flags) {
-    alignas(cmsghdr) char control[kFdControlSize];
-    iovec iov{buffer, size};
-    msghdr msg{};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof(control);
-    ssize_t n = recvmsg(mFd, &msg, flags | MSG_CMSG_CLOEXEC);
-    if (n < 0) return n;
-    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
-        if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
-        const size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; ++i) {
-            int fd;
-            memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof(int));
-            mInFds.push_back(fd);
-        }
-    }
-    // Descriptors lost to a short control buffer would shift every later message's.
-    if (msg.msg_flags & MSG_CTRUNC) {
-        errno = EPROTO;
-        return -1;
-    }
-    return n;
-}
-
-Session::Read Session::readMore(bool block) {
-    if (mReadEnd == mReadBuffer.size()) {
-        if (mReadStart > 0) {
-            std::memmove(mReadBuffer.data(), mReadBuffer.data() + mReadStart,
-                         mReadEnd - mReadStart);
-            mReadEnd -= mReadStart;
-            mReadStart = 0;
-        } else {
-            // Grows only as bytes really arrive, so a header that promises much costs little.
-            mReadBuffer.resize(std::max(kInitialReadBuffer, mReadBuffer.size() * 2));
-        }
-    }
-    ssize_t n = receive(mReadBuffer.data() + mReadEnd, mReadBuffer.size() - mReadEnd,
-                        block ? 0 : MSG_DONTWAIT);
-    if (n > 0) {
-        mReadEnd += static_cast<size_t>(n);
-        if (mPartialSince.load() == 0) mPartialSince.store(monotonicMillis());
-        return Read::kMore;
-    }
-    if (n < 0 && errno == EINTR) return Read::kMore;
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Read::kWouldBlock;
-    return Read::kClosed;
-}
-
-bool Session::frameBuffered() const {
-    const size_t available = mReadEnd - mReadStart;
-    if (available < sizeof(WireHeader)) return false;
-    WireHeader h;
-    memcpy(&h, mReadBuffer.data() + mReadStart, sizeof(h));
-    return !validHeader(h) || available >= sizeof(h) + size_t{h.objectCount} * 4 + h.dataSize;
-}
-
-bool Session::takeFrame(Frame* frame, bool* bad) {
-    *bad = false;
-    const size_t available = mReadEnd - mReadStart;
-    if (available < sizeof(WireHeader)) return false;
-    const uint8_t* at = mReadBuffer.data() + mReadStart;
-    WireHeader h;
-    memcpy(&h, at, sizeof(h));
-    if (!validHeader(h)) {
-        *bad = true;  // not our protocol, or lying about sizes: the connection cannot be trusted
-        return false;
-    }
-    const size_t offsetBytes = size_t{h.objectCount} * 4;
-    const size_t total = sizeof(h) + offsetBytes + h.dataSize;
-    if (available < total) return false;
-    if (mInFds.size() < h.fdCount) {
-        *bad = true;
-        return false;
-    }
-    frame->header = h;
-    frame->offsets.resize(h.objectCount);
-    if (offsetBytes > 0) memcpy(frame->offsets.data(), at + sizeof(h), offsetBytes);
-    frame->data.assign(at + sizeof(h) + offsetBytes, at + total);
-    frame->fds.assign(mInFds.begin(), mInFds.begin() + h.fdCount);
-    mInFds.erase(mInFds.begin(), mInFds.begin() + h.fdCount);
-    mReadStart += total;
-    if (mReadStart == mReadEnd) {
-        mReadStart = mReadEnd = 0;
-        mPartialSince.store(0);
-    } else {
-        mPartialSince.store(monotonicMillis());
-    }
-    return true;
-}
 
 void Session::serve() {
     {
@@ -251,7 +117,7 @@ void Session::serve() {
     for (;;) {
         Frame frame;
         bool bad = false;
-        if (takeFrame(&frame, &bad)) {
+        if (mChannel.takeFrame(&frame, &bad)) {
             if (!handle(frame, &incoming)) {
                 closed = true;
                 break;
@@ -263,15 +129,15 @@ void Session::serve() {
             closed = true;
             break;
         }
-        const Read r = readMore(false);
-        if (r == Read::kWouldBlock) break;
-        if (r == Read::kClosed) {
+        const Channel::Read r = mChannel.readMore(false);
+        if (r == Channel::Read::kWouldBlock) break;
+        if (r == Channel::Read::kClosed) {
             closed = true;
             break;
         }
     }
     if (closed) teardown();
-    const bool more = !closed && frameBuffered();
+    const bool more = !closed && mChannel.frameBuffered();
     {
         std::lock_guard<std::mutex> lock(mMutex);
         endReadingLocked(more);
@@ -287,11 +153,11 @@ void Session::readUntilAnswered(Pending* mine) {
     for (;;) {
         {
             std::lock_guard<std::mutex> lock(mMutex);
-            if (mine->done) break;
+            if (mine->done || !mine->nested.empty()) break;
         }
         Frame frame;
         bool bad = false;
-        if (takeFrame(&frame, &bad)) {
+        if (mChannel.takeFrame(&frame, &bad)) {
             Incoming incoming;
             if (!handle(frame, &incoming)) {
                 closed = true;
@@ -303,14 +169,15 @@ void Session::readUntilAnswered(Pending* mine) {
             // process, are answered here: a peer asks them while handling our call, and a
             // process without binder threads must still be able to make that call.
             const uint32_t code = incoming.header.code;
-            if (code == kPingTransaction || code == kInterfaceTransaction) {
+            const bool oneway = (incoming.header.flags & FLAG_ONEWAY) != 0;
+            if (!oneway && (code == kPingTransaction || code == kInterfaceTransaction)) {
                 runTransaction(std::move(incoming));
             } else {
                 postTransaction(std::move(incoming));
             }
             continue;
         }
-        if (bad || readMore(true) == Read::kClosed) {
+        if (bad || mChannel.readMore(true) == Channel::Read::kClosed) {
             closed = true;
             break;
         }
@@ -320,10 +187,6 @@ void Session::readUntilAnswered(Pending* mine) {
 
 bool Session::handle(Frame& frame, Incoming* incoming) {
     const WireHeader& h = frame.header;
-    struct FdCloser {
-        std::vector<int>& fds;
-        ~FdCloser() { closeAll(fds); }
-    } closeUnclaimed{frame.fds};
     switch (h.type) {
         case kWireRelease: {
             AIBinder* drop = nullptr;
@@ -345,11 +208,22 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
         case kWireReply: {
             auto reply = std::make_unique<AParcel>();
             reply->data = std::move(frame.data);
-            reply->fds.swap(frame.fds);
+            for (auto& fd : frame.fds) reply->fds.push_back(fd.release());
             binder_status_t status = h.status;
             if (status == STATUS_OK) {
                 binder_status_t flat = unflatten(reply.get(), frame.offsets);
                 if (flat != STATUS_OK) status = flat;
+            }
+            // A reply takes the caller's buffer until the caller frees it; one that does not
+            // fit fails the call (the driver's BR_FAILED_REPLY).
+            const size_t bytes = ReceiveBudget::sizeOf(h.dataSize, h.objectCount);
+            if (status == STATUS_OK && !reply->data.empty()) {
+                if (ReceiveBudget::get().take(bytes, false)) {
+                    reply->claim.hold(bytes, false);
+                } else {
+                    status = STATUS_FAILED_TRANSACTION;
+                    reply.reset();
+                }
             }
             std::lock_guard<std::mutex> lock(mMutex);
             Pending* p = mPending;
@@ -365,7 +239,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
             const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
             auto in = std::make_unique<AParcel>();
             in->data = std::move(frame.data);
-            in->fds.swap(frame.fds);
+            for (auto& fd : frame.fds) in->fds.push_back(fd.release());
             binder_status_t status = unflatten(in.get(), frame.offsets);
             AIBinder* target = nullptr;
             if (status == STATUS_OK) {
@@ -373,11 +247,30 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
                 target = exportedLocked(h.target);
                 if (target == nullptr) status = STATUS_BAD_VALUE;
             }
+            if (status == STATUS_OK) {
+                const size_t bytes = ReceiveBudget::sizeOf(h.dataSize, h.objectCount);
+                if (ReceiveBudget::get().take(bytes, oneway)) {
+                    in->claim.hold(bytes, oneway);
+                } else {
+                    // Two-way: answered with the failure without running, so the sender sees
+                    // what a device's sender sees. One-way: the sender has gone on already.
+                    status = STATUS_FAILED_TRANSACTION;
+                    if (oneway) logDroppedOneway(bytes);
+                    AIBinder_decStrong(target);
+                }
+            }
             if (status != STATUS_OK) {
                 if (!oneway) sendReply(h.txId, status, nullptr);
                 return true;
             }
-            *incoming = Incoming{h, target, std::move(in)};
+            Incoming call{h, target, std::move(in)};
+            if (!oneway && h.nestedIn != 0) {
+                std::lock_guard<std::mutex> lock(mMutex);
+                if (deliverNestedLocked(call)) return true;
+            }
+            // Admitted while this thread holds the read turn, so in the order they came.
+            if (oneway && !admitOneway(call)) return true;
+            *incoming = std::move(call);
             return true;
         }
     }
@@ -390,17 +283,95 @@ void Session::postTransaction(Incoming incoming) {
     Dispatcher::get().post([self, held] { self->runTransaction(std::move(*held)); });
 }
 
-void Session::runTransaction(Incoming incoming) {
+void Session::logDroppedOneway(size_t bytes) {
+    static std::atomic<int64_t> lastLog{0};
+    const int64_t now = monotonicMillis();
+    int64_t last = lastLog.load();
+    // One line a second at most: a flood of them must not become a flood of logging.
+    if (now - last >= 1000 && lastLog.compare_exchange_strong(last, now)) {
+        hostbinderLog(
+                "dropping a one-way call of %zu bytes from pid %d to %s: this process "
+                "has no room for it (a device fails it at the sender)",
+                bytes, static_cast<int>(mPeerPid), mInstance.c_str());
+    }
+}
+
+void Session::execute(Incoming& incoming) {
     const WireHeader& h = incoming.header;
+    const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
     CallingIdentity saved = callingIdentity();
     callingIdentity() = {mPeerUid, mPeerPid, true};
+    if (!oneway) tHandling.push_back({this, h.txId});
     AParcel reply;
     binder_status_t status = dispatchLocal(static_cast<LocalBinder*>(incoming.target), h.code,
                                            incoming.in.get(), &reply);
+    if (!oneway) tHandling.pop_back();
     callingIdentity() = saved;
+    // Freed before the reply goes: its space is the receiver's again once the call is done.
     incoming.in.reset();
-    if ((h.flags & FLAG_ONEWAY) == 0) sendReply(h.txId, status, &reply);
-    AIBinder_decStrong(incoming.target);
+    if (!oneway) sendReply(h.txId, status, &reply);
+}
+
+void Session::runTransaction(Incoming incoming) {
+    AIBinder* const target = incoming.target;
+    const bool oneway = (incoming.header.flags & FLAG_ONEWAY) != 0;
+    execute(incoming);  // frees the data before the next one-way call is handed out
+    if (oneway) {
+        OnewayWaiting next;
+        while (nextOneway(target, &next)) {
+            next.session->execute(next.incoming);
+            AIBinder_decStrong(next.incoming.target);
+            next = OnewayWaiting{};
+        }
+    }
+    AIBinder_decStrong(target);
+}
+
+bool Session::deliverNestedLocked(Incoming& incoming) {
+    for (Pending* p = mPending; p != nullptr; p = p->next) {
+        if (p->txId == incoming.header.nestedIn && !p->done) {
+            p->nested.push_back(std::move(incoming));
+            p->cv.notify_one();
+            return true;
+        }
+    }
+    return false;  // not waiting (any more): it runs as any other call
+}
+
+namespace {
+std::mutex gOnewayMutex;
+}  // namespace
+
+std::unordered_map<AIBinder*, std::deque<Session::OnewayWaiting>>& Session::onewayLines() {
+    // Never destroyed: a binder thread may still finish a call while the process exits.
+    static auto* lines = new std::unordered_map<AIBinder*, std::deque<OnewayWaiting>>;
+    return *lines;
+}
+
+bool Session::admitOneway(Incoming& incoming) {
+    std::lock_guard<std::mutex> lock(gOnewayMutex);
+    auto& lines = onewayLines();
+    auto it = lines.find(incoming.target);
+    if (it == lines.end()) {
+        lines.emplace(incoming.target, std::deque<OnewayWaiting>{});
+        return true;
+    }
+    it->second.push_back(OnewayWaiting{shared_from_this(), std::move(incoming)});
+    return false;
+}
+
+bool Session::nextOneway(AIBinder* target, OnewayWaiting* next) {
+    std::lock_guard<std::mutex> lock(gOnewayMutex);
+    auto& lines = onewayLines();
+    auto it = lines.find(target);
+    if (it == lines.end()) return false;
+    if (it->second.empty()) {
+        lines.erase(it);
+        return false;
+    }
+    *next = std::move(it->second.front());
+    it->second.pop_front();
+    return true;
 }
 
 // --- Calling -------------------------------------------------------------------------------
@@ -413,6 +384,12 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
     h.target = target->remoteId;
     h.code = code;
     h.flags = flags;
+    // What can never fit in the receiver's buffer fails here, as the driver fails it; what
+    // does not fit now is refused by the receiver.
+    if (!ReceiveBudget::couldFit(ReceiveBudget::sizeOf(in->data.size(), in->objects.size()),
+                                 (flags & FLAG_ONEWAY) != 0)) {
+        return STATUS_FAILED_TRANSACTION;
+    }
     Outgoing request;
     binder_status_t status = flatten(*in, &request);
     if (status != STATUS_OK) return status;
@@ -422,6 +399,15 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
         return send(h, request) ? STATUS_OK : STATUS_DEAD_OBJECT;
     }
 
+    // Made while handling a call from this same peer: the peer runs it on the thread that
+    // waits for that call (kernel binder_transaction() walks the thread's transaction stack
+    // for a thread of the target process).
+    for (auto it = tHandling.rbegin(); it != tHandling.rend(); ++it) {
+        if (it->session == this) {
+            h.nestedIn = it->txId;
+            break;
+        }
+    }
     Pending pending;
     {
         std::lock_guard<std::mutex> lock(mMutex);
@@ -430,18 +416,29 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
         pending.next = mPending;
         mPending = &pending;
     }
-    send(h, request);  // a failed send ends the session, which answers `pending`
-    in.reset();        // its binders need not be held while waiting for the reply
+    // Nothing can answer before the request has left, so waiting for it costs the caller
+    // nothing. A failed send ends the session, which answers `pending`.
+    send(h, request, true);
+    in.reset();  // its binders need not be held while waiting for the reply
 
     std::unique_lock<std::mutex> lock(mMutex);
-    while (!pending.done) {
+    for (;;) {
+        if (!pending.nested.empty()) {
+            Incoming call = std::move(pending.nested.front());
+            pending.nested.erase(pending.nested.begin());
+            lock.unlock();
+            runTransaction(std::move(call));
+            lock.lock();
+            continue;
+        }
+        if (pending.done) break;
         if (!mReading && !mDead) {
             // Nobody reads this connection now: the caller reads its own reply.
             mReading = true;
             rearmLocked();
             lock.unlock();
             readUntilAnswered(&pending);
-            const bool more = frameBuffered();
+            const bool more = mChannel.frameBuffered();
             lock.lock();
             endReadingLocked(more);
             continue;
@@ -463,103 +460,22 @@ binder_status_t Session::transact(RemoteBinder* target, transaction_code_t code,
 
 // --- Writing -------------------------------------------------------------------------------
 
-bool Session::send(const WireHeader& h, const Outgoing& out) {
-    WireHeader header = h;
-    header.magic = kWireMagic;
-    header.objectCount = static_cast<uint32_t>(out.offsets.size());
-    header.dataSize = out.data == nullptr ? 0 : static_cast<uint32_t>(out.data->size());
-    header.fdCount = out.fds == nullptr ? 0 : static_cast<uint32_t>(out.fds->size());
-    if (header.fdCount > kMaxParcelFds) return false;
-    iovec iov[3] = {
-            {&header, sizeof(header)},
-            {const_cast<uint32_t*>(out.offsets.data()), out.offsets.size() * sizeof(uint32_t)},
-            {out.data == nullptr ? nullptr : const_cast<uint8_t*>(out.data->data()),
-             header.dataSize},
-    };
-    const size_t total = iov[0].iov_len + iov[1].iov_len + iov[2].iov_len;
-    size_t sent = 0;
-    int first = 0;  // the first piece not wholly sent
-
-    std::lock_guard<std::mutex> lock(mWriteMutex);
-    if (mWriteFailed) return false;
-    if (mOutQueue.empty()) {
-        // The common path: the socket takes it all at once.
-        while (sent < total) {
-            ssize_t n = sendSome(mFd, iov + first, 3 - first, sent == 0 ? out.fds : nullptr);
-            if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
-            if (n <= 0) {
-                failWrites(nullptr);
-                return false;
-            }
-            sent += static_cast<size_t>(n);
-            auto left = static_cast<size_t>(n);
-            while (first < 3 && left >= iov[first].iov_len) left -= iov[first++].iov_len;
-            if (first < 3) {
-                iov[first].iov_base = static_cast<uint8_t*>(iov[first].iov_base) + left;
-                iov[first].iov_len -= left;
-            }
-        }
-        if (sent == total) return true;
-    } else if (mOutBytes > kOutboundLimit) {
-        failWrites("it leaves its replies unread");
-        return false;
-    }
-    // Whatever the socket did not take waits, in order, for a binder thread to write it.
-    Queued q;
-    q.bytes.reserve(total - sent);
-    for (int i = first; i < 3; ++i) {
-        const auto* bytes = static_cast<const uint8_t*>(iov[i].iov_base);
-        q.bytes.insert(q.bytes.end(), bytes, bytes + iov[i].iov_len);
-    }
-    if (sent == 0 && out.fds != nullptr) {
-        for (int fd : *out.fds) q.fds.push_back(fcntl(fd, F_DUPFD_CLOEXEC, 0));
-    }
-    mOutBytes += q.bytes.size();
-    mOutQueue.push_back(std::move(q));
-    if (!mWantWrite.exchange(true)) mStalledSince.store(monotonicMillis());
+bool Session::send(const WireHeader& h, const Outgoing& out, bool waitToLeave) {
+    const Channel::Sent sent = mChannel.send(h, out);
+    if (sent != Channel::Sent::kQueued) return sent == Channel::Sent::kAll;
+    // Binder threads write the rest when the socket takes more. A process without them has
+    // nobody else to do it: the sender waits until its bytes have left, as a device's sender
+    // returns only once the driver has its transaction.
+    if (waitToLeave || !Dispatcher::get().hasThreads()) mChannel.flushWaiting();
     std::lock_guard<std::mutex> state(mMutex);
     rearmLocked();
-    return true;
+    return !mChannel.isShut();
 }
 
 void Session::flush() {
-    std::lock_guard<std::mutex> lock(mWriteMutex);
-    while (!mOutQueue.empty() && !mWriteFailed) {
-        Queued& q = mOutQueue.front();
-        iovec iov{q.bytes.data() + q.sent, q.bytes.size() - q.sent};
-        ssize_t n = sendSome(mFd, &iov, 1, q.sent == 0 ? &q.fds : nullptr);
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
-        if (n <= 0) {
-            failWrites(nullptr);
-            break;
-        }
-        closeAll(q.fds);
-        q.fds.clear();
-        q.sent += static_cast<size_t>(n);
-        mOutBytes -= static_cast<size_t>(n);
-        mStalledSince.store(monotonicMillis());
-        if (q.sent == q.bytes.size()) mOutQueue.pop_front();
-    }
-    if (mOutQueue.empty()) {
-        mWantWrite.store(false);
-        mStalledSince.store(0);
-    }
+    mChannel.flush();
     std::lock_guard<std::mutex> state(mMutex);
     rearmLocked();
-}
-
-void Session::failWrites(const char* why) {
-    if (why != nullptr) {
-        hostbinderLog("closing a connection of %s to pid %d: %s (%zu bytes waiting)",
-                      mInstance.c_str(), static_cast<int>(mPeerPid), why, mOutBytes);
-    }
-    mWriteFailed = true;
-    for (const Queued& q : mOutQueue) closeAll(q.fds);
-    mOutQueue.clear();
-    mOutBytes = 0;
-    mWantWrite.store(false);
-    mStalledSince.store(0);
-    shutdown();
 }
 
 void Session::sendReply(uint64_t txId, binder_status_t status, AParcel* reply) {
@@ -594,19 +510,7 @@ void Session::endReadingLocked(bool more) {
 // --- Ending --------------------------------------------------------------------------------
 
 void Session::sweep(int64_t nowMs) {
-    const int64_t partial = mPartialSince.load();
-    if (partial != 0 && nowMs - partial > kFrameTimeoutMillis && alive()) {
-        hostbinderLog("closing a connection of %s to pid %d: half a message for over %lld ms",
-                      mInstance.c_str(), static_cast<int>(mPeerPid),
-                      static_cast<long long>(kFrameTimeoutMillis));
-        shutdown();
-        return;
-    }
-    const int64_t stalled = mStalledSince.load();
-    if (stalled != 0 && nowMs - stalled > kDrainTimeoutMillis) {
-        std::lock_guard<std::mutex> lock(mWriteMutex);
-        if (!mOutQueue.empty() && !mWriteFailed) failWrites("it leaves its replies unread");
-    }
+    mChannel.sweep(nowMs);
 }
 
 void Session::teardown() {
@@ -631,19 +535,19 @@ void Session::teardown() {
             if (entry.second->tryIncStrong()) proxies.push_back(entry.second);
         }
     }
-    Dispatcher::get().remove(mFd, mWatchId);
-    for (int fd : mInFds) close(fd);
-    mInFds.clear();
+    Dispatcher::get().remove(mChannel.fd(), mWatchId);
+    mChannel.dropReceived();
     SessionRegistry::get().remove(this);
     // Dropping the exports may destroy the caller's objects: no lock is held here.
     for (AIBinder* b : exports) AIBinder_decStrong(b);
     for (AIBinder* b : proxies) {
         std::vector<DeathLink> links = static_cast<RemoteBinder*>(b)->die();
-        // The reference travels with the task and goes when the task does, whether it ran or
-        // was dropped because the process is exiting: a proxy kept by a notice that never ran
-        // would keep this session, and everything it holds, for ever.
-        std::shared_ptr<AIBinder> held(b, [](AIBinder* p) { AIBinder_decStrong(p); });
-        Dispatcher::get().post([held, links = std::move(links)] {
+        AIBinder_decStrong(b);
+        // The notice holds only what it delivers: one waiting for binder threads that a
+        // process never starts must not keep the proxy, and through it this session and its
+        // socket.
+        if (links.empty()) continue;
+        Dispatcher::get().post([links = std::move(links)] {
             for (const DeathLink& link : links) {
                 if (!link.recipient->deleted.load()) link.recipient->onDied(link.cookie);
             }

@@ -1,11 +1,10 @@
-// One connection between two processes (or two ends in one process). Either end may send
-// transactions: binder objects passed in parcels are exported by the sender and become
-// proxies at the receiver, which reports back when it lets go of them.
+// The protocol of one connection between two processes (or two ends in one process): calls,
+// replies and the binder objects they carry; the bytes themselves are the channel's. Either
+// end may send transactions: binder objects passed in parcels are exported by the sender and
+// become proxies at the receiver, which reports back when it lets go of them.
 //
 // One thread reads at a time (it holds the read turn): a caller waiting for its reply when
-// nobody else reads, or else a binder thread woken by the dispatcher. Writes never block: what
-// the socket does not take is queued, up to a bound, and a peer that leaves it there too long
-// is disconnected.
+// nobody else reads, or else a binder thread woken by the dispatcher.
 #pragma once
 
 #include <sys/types.h>
@@ -21,14 +20,20 @@
 #include <vector>
 
 #include "binder.h"
+#include "channel.h"
 #include "dispatcher.h"
 #include "parcel.h"
 #include "wire.h"
 
 class Session : public Watched, public std::enable_shared_from_this<Session> {
 public:
-    // Takes ownership of `fd` (a blocking socket). A server end exports `root` as object 0.
-    static std::shared_ptr<Session> start(int fd, std::string instance, AIBinder* root);
+    // `fd` is a connected blocking socket. A server end exports `root` as object 0.
+    static std::shared_ptr<Session> start(ndk::ScopedFileDescriptor fd, std::string instance,
+                                          AIBinder* root);
+    // The same, taking ownership of a descriptor not yet wrapped.
+    static std::shared_ptr<Session> start(int fd, std::string instance, AIBinder* root) {
+        return start(ndk::ScopedFileDescriptor(fd), std::move(instance), root);
+    }
     ~Session() override;
 
     // A new strong reference to the peer's object 0.
@@ -50,69 +55,69 @@ public:
     void sweep(int64_t nowMs);
 
 private:
-    struct Pending {
-        uint64_t txId = 0;
-        bool done = false;  // guarded by mMutex
-        binder_status_t status = STATUS_OK;
-        std::unique_ptr<AParcel> reply;
-        std::condition_variable cv;
-        Pending* next = nullptr;
-    };
-    struct Export {
-        AIBinder* binder;  // one strong reference held while the peer holds any
-        uint64_t count;
-    };
-    // A complete message taken from the read buffer.
-    struct Frame {
-        WireHeader header;
-        std::vector<uint32_t> offsets;
-        std::vector<uint8_t> data;
-        std::vector<int> fds;
-    };
     // An incoming transaction, resolved and ready to run.
     struct Incoming {
         WireHeader header;
         AIBinder* target = nullptr;  // one strong reference, released once it has run
         std::unique_ptr<AParcel> in;
     };
-    // What a parcel puts on the wire.
-    struct Outgoing {
-        const std::vector<uint8_t>* data = nullptr;  // the parcel's bytes, or `patched`
-        std::vector<uint8_t> patched;  // a copy with object references, only when it has any
-        std::vector<uint32_t> offsets;
-        const std::vector<int>* fds = nullptr;  // the parcel's descriptors, sent beside it
+    // A two-way call of ours waiting for its reply. Guarded by mMutex.
+    struct Pending {
+        uint64_t txId = 0;
+        bool done = false;
+        binder_status_t status = STATUS_OK;
+        std::unique_ptr<AParcel> reply;
+        // Calls the peer makes into us while handling this one: they run on the waiting thread.
+        // A vector, as an empty one allocates nothing: every call has one, few use it.
+        std::vector<Incoming> nested;
+        std::condition_variable cv;
+        Pending* next = nullptr;
     };
-    // Bytes the socket did not take yet.
-    struct Queued {
-        std::vector<uint8_t> bytes;
-        size_t sent = 0;
-        std::vector<int> fds;  // owned; they go with the first byte
+    // A one-way call read while another one to the same binder runs.
+    struct OnewayWaiting {
+        std::shared_ptr<Session> session;
+        Incoming incoming;
     };
-    enum class Read { kMore, kWouldBlock, kClosed };
-
-    Session(int fd, std::string instance, AIBinder* root);
+    struct Export {
+        AIBinder* binder;  // one strong reference held while the peer holds any
+        uint64_t count;
+    };
+    Session(ndk::ScopedFileDescriptor fd, std::string instance, AIBinder* root, pid_t peerPid,
+            uid_t peerUid);
 
     // Reads on a binder thread until it would block or a transaction is to run, which it then
     // runs itself.
     void serve();
-    // Reads on the caller's thread until `mine` is answered.
+    // Reads on the caller's thread until `mine` is answered or has a nested call to run.
     void readUntilAnswered(Pending* mine);
-    // Takes the next complete frame from the buffer. False with *bad set when the peer broke
-    // the protocol.
-    bool takeFrame(Frame* frame, bool* bad);
-    bool frameBuffered() const;
-    Read readMore(bool block);
-    ssize_t receive(void* buffer, size_t size, int flags);
     // False when the connection must end. Fills *incoming when a transaction is to run.
     bool handle(Frame& frame, Incoming* incoming);
+    // Runs an incoming transaction and, for a one-way one, those that queued behind it for the
+    // same binder.
     void runTransaction(Incoming incoming);
+    void execute(Incoming& incoming);
+    void logDroppedOneway(size_t bytes);
+    // Hands a call nested in one of ours to the thread waiting for that one. Needs mMutex.
+    bool deliverNestedLocked(Incoming& incoming);
+    // One-way calls to one binder run one at a time, in the order they were read: the driver
+    // keeps a node's one-way transactions in its async_todo list and hands out the next only
+    // once the previous one's buffer is freed (drivers/android/binder.c,
+    // has_async_transaction). A binder with an entry here has a one-way call running; the
+    // entry holds those waiting behind it. Guarded by gOnewayMutex.
+    static std::unordered_map<AIBinder*, std::deque<OnewayWaiting>>& onewayLines();
+    // True when a one-way call may run now; otherwise it waits behind the one running.
+    bool admitOneway(Incoming& incoming);
+    // The next one-way call for `target`; false when none waits (its line then ends).
+    static bool nextOneway(AIBinder* target, OnewayWaiting* next);
     void postTransaction(Incoming incoming);
     void teardown();
 
-    bool send(const WireHeader& h, const Outgoing& out);
+    // False when the connection is gone. What the socket does not take leaves through a
+    // binder thread; with `waitToLeave`, or in a process that has none, the sender waits here
+    // until it has left.
+    bool send(const WireHeader& h, const Outgoing& out, bool waitToLeave = false);
     void sendReply(uint64_t txId, binder_status_t status, AParcel* reply);
     void flush();
-    void failWrites(const char* why);
     // Arms the epoll registration for what is wanted now. Needs mMutex.
     void rearmLocked();
     // Hands the read turn to a caller still waiting, if any. Needs mMutex.
@@ -128,31 +133,15 @@ private:
     AIBinder* proxyForLocked(uint64_t id);
     AIBinder* exportedLocked(uint64_t id);
 
-    const int mFd;
     const std::string mInstance;
     AIBinder* const mRoot;  // identifies a server end; its reference lives in mExports
-    pid_t mPeerPid = 0;
-    uid_t mPeerUid = 0;
-    uint64_t mWatchId = 0;
-
-    // Touched only by the thread holding the read turn.
-    std::vector<uint8_t> mReadBuffer;
-    size_t mReadStart = 0;
-    size_t mReadEnd = 0;
-    std::deque<int> mInFds;  // received descriptors not yet claimed by a message
-    // When the frame now in the buffer began arriving; 0 between frames.
-    std::atomic<int64_t> mPartialSince{0};
-
-    std::mutex mWriteMutex;  // taken before mMutex, never after; guards the queue
-    std::deque<Queued> mOutQueue;
-    size_t mOutBytes = 0;
-    bool mWriteFailed = false;
-    std::atomic<bool> mWantWrite{false};
-    std::atomic<int64_t> mStalledSince{0};  // when the queue last stopped draining; 0 if empty
+    const pid_t mPeerPid;
+    const uid_t mPeerUid;
+    const uint64_t mWatchId;
+    Channel mChannel;
 
     mutable std::mutex mMutex;  // guards everything below
     bool mDead = false;
-    bool mClosing = false;  // shut down by us; the reader has not seen the end yet
     bool mReading = false;  // someone holds the read turn
     uint32_t mArmed = 0;    // what the epoll registration may still report
     uint64_t mNextTxId = 1;

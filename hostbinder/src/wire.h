@@ -26,5 +26,8 @@ struct WireHeader {
     uint32_t objectCount;
     uint32_t dataSize;
     uint32_t fdCount;  // descriptors passed beside the message, received with its first byte
+    // transact: the receiver's call (its txId) that the sender is handling while it makes this
+    // one, so that the receiver runs it on the thread waiting for that call's reply; else 0.
+    uint64_t nestedIn;
 };
-static_assert(sizeof(WireHeader) == 48, "the header is part of the wire format");
+static_assert(sizeof(WireHeader) == 56, "the header is part of the wire format");

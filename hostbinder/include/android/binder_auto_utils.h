@@ -4,6 +4,8 @@
 #include <android/binder_ibinder.h>
 #include <android/binder_parcel.h>
 #include <android/binder_status.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <string>
@@ -130,6 +132,28 @@ public:
     static ScopedAStatus fromStatus(binder_status_t status) {
         return ScopedAStatus(AStatus_fromStatus(status));
     }
+};
+
+namespace internal {
+// The one place a descriptor is closed: whatever owns one holds a ScopedFileDescriptor.
+inline void closeDescriptor(int fd) {
+    if (fd >= 0) (void)::close(fd);
+}
+}  // namespace internal
+
+// Owns one file descriptor and closes it when it goes.
+class ScopedFileDescriptor : public impl::ScopedAResource<int, internal::closeDescriptor, -1> {
+public:
+    explicit ScopedFileDescriptor(int a = -1) : ScopedAResource(a) {}
+    ScopedFileDescriptor(ScopedFileDescriptor&&) = default;
+    ScopedFileDescriptor& operator=(ScopedFileDescriptor&&) = default;
+    // A second descriptor for the same file, owned by the result (-1 when the copy failed).
+    ScopedFileDescriptor dup() const {
+        return ScopedFileDescriptor(get() < 0 ? -1 : fcntl(get(), F_DUPFD_CLOEXEC, 0));
+    }
+    bool operator==(const ScopedFileDescriptor& rhs) const { return get() == rhs.get(); }
+    bool operator!=(const ScopedFileDescriptor& rhs) const { return get() != rhs.get(); }
+    bool operator<(const ScopedFileDescriptor& rhs) const { return get() < rhs.get(); }
 };
 
 class ScopedAIBinder_DeathRecipient

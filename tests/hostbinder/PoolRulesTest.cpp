@@ -1,0 +1,147 @@
+// How many calls a process serves at once (ProcessState.cpp: startThreadPool starts one thread,
+// and only then may the driver have up to setThreadPoolMaxThreadCount(n) more started, n being
+// 15 when never set; each joinThreadPool adds the joining thread). A call beyond them waits
+// for one to be free. Each case runs in a child, as the test program itself starts a pool.
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "Probe.h"
+
+using namespace hbtest;
+
+namespace {
+
+constexpr transaction_code_t kHold = FIRST_CALL_TRANSACTION;
+
+// Calls that stay in the service until released, counting how many run at once.
+class Holds {
+public:
+    binder_status_t hold() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        ++mStarted;
+        mMost = std::max(mMost, ++mRunning);
+        mChanged.notify_all();
+        mChanged.wait(lock, [&] { return mReleased > 0; });
+        --mReleased;
+        --mRunning;
+        return STATUS_OK;
+    }
+    // Waits until `n` calls have started; false after a generous minute.
+    bool waitStarted(int n) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::minutes(1), [&] { return mStarted >= n; });
+    }
+    void release(int n) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mReleased += n;
+        mChanged.notify_all();
+    }
+    int running() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mRunning;
+    }
+    int most() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mMost;
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    int mStarted = 0;
+    int mRunning = 0;
+    int mMost = 0;
+    int mReleased = 0;
+};
+
+// Serves a holding probe in this process, sends `expected` + 1 calls to it from plain threads
+// (which read their own replies and serve nothing), and checks that `expected` run at once and
+// the last one only once a thread is free. `startPool` runs once the probe is served.
+int servesAtOnce(const char* instance, int expected, void (*startPool)()) {
+    static Holds holds;
+    ndk::SpAIBinder probe =
+            newProbe([](transaction_code_t, const AParcel*, AParcel*) { return holds.hold(); });
+    if (!serveProbe(probe, instance)) return 3;
+    std::atomic<int> failed{0};
+    std::thread checker([&] {
+        std::vector<std::thread> callers;
+        for (int i = 0; i < expected + 1; ++i) {
+            callers.emplace_back([&] {
+                ndk::SpAIBinder remote(AServiceManager_checkService(instance));
+                if (!asProbe(remote) || callProbe(remote, kHold, nullptr) != STATUS_OK) ++failed;
+            });
+        }
+        int result = 0;
+        if (!holds.waitStarted(expected)) {
+            result = 4;
+        } else {
+            // Gives a call beyond the limit the chance to show up, were it let in; nothing is
+            // judged by the time.
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            if (holds.running() != expected) result = 5;
+            holds.release(1);  // a thread is free: the waiting call now runs
+            if (result == 0 && !holds.waitStarted(expected + 1)) result = 6;
+        }
+        holds.release(expected + 1);
+        for (auto& caller : callers) caller.join();
+        if (result == 0 && (failed > 0 || holds.most() != expected)) result = 7;
+        _exit(result);
+    });
+    startPool();
+    checker.join();  // never reached when the pool was joined: the checker exits the process
+    return 8;
+}
+
+[[maybe_unused]] const int neverSetRole = childRole("pool-never-set", [] {
+    return servesAtOnce("hostbinder.test.IProbe/pool1", 16,
+                        [] { ABinderProcess_startThreadPool(); });
+});
+[[maybe_unused]] const int setRole = childRole("pool-set-2", [] {
+    return servesAtOnce("hostbinder.test.IProbe/pool2", 3, [] {
+        ABinderProcess_setThreadPoolMaxThreadCount(2);
+        ABinderProcess_startThreadPool();
+    });
+});
+[[maybe_unused]] const int joinRole = childRole("pool-join-only", [] {
+    return servesAtOnce("hostbinder.test.IProbe/pool3", 1, [] {
+        ABinderProcess_setThreadPoolMaxThreadCount(8);
+        ABinderProcess_joinThreadPool();
+    });
+});
+[[maybe_unused]] const int startAndJoinRole = childRole("pool-start-and-join", [] {
+    return servesAtOnce("hostbinder.test.IProbe/pool4", 2, [] {
+        ABinderProcess_setThreadPoolMaxThreadCount(0);
+        ABinderProcess_startThreadPool();
+        ABinderProcess_joinThreadPool();
+    });
+});
+
+}  // namespace
+
+// Device: never set, the pool is the started thread plus 15 the driver asks for.
+TEST(PoolRules, NeverSetServesSixteenAtOnce) {
+    EXPECT_EQ(0, runChild("pool-never-set"));
+}
+
+// Device: setThreadPoolMaxThreadCount(n) then startThreadPool serves n + 1 at once.
+TEST(PoolRules, MaxOfTwoStartedServesThreeAtOnce) {
+    EXPECT_EQ(0, runChild("pool-set-2"));
+}
+
+// Device: without startThreadPool no thread is ever added; the joined thread serves alone,
+// whatever maximum was set.
+TEST(PoolRules, JoinOnlyServesOneAtATime) {
+    EXPECT_EQ(0, runChild("pool-join-only"));
+}
+
+// Device: the started thread and the joined one both serve, with no more when n is 0.
+TEST(PoolRules, StartedAndJoinedWithNoMoreServeTwo) {
+    EXPECT_EQ(0, runChild("pool-start-and-join"));
+}
