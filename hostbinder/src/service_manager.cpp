@@ -364,8 +364,7 @@ bool AServiceManager_isDeclared(const char* instance) {
 }
 
 bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {
-    Dispatcher::get().setMaxThreads(numThreads);
-    return true;
+    return Dispatcher::get().setMaxThreads(numThreads);
 }
 
 void ABinderProcess_startThreadPool() {

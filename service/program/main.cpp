@@ -177,7 +177,10 @@ int main(int argc, char** argv) {
         }
     }
 
+    // A service serves on the threads it starts and joins: the pool's first thread, up to 8
+    // more spawned as calls arrive, and this one. Joining alone would serve one call at a time.
     ABinderProcess_setThreadPoolMaxThreadCount(8);
+    ABinderProcess_startThreadPool();
 
     const char* kInstance = protocol::instanceName().c_str();
     auto service = ndk::SharedRefBase::make<VelaService>(std::move(options));

@@ -83,7 +83,8 @@ std::unique_ptr<EmbeddedService> EmbeddedService::start(VelaService::Options opt
     // the embedded service is this process's alone.
     setenv("HOSTBINDER_VINTF_DIR", (dir + "/vintf").c_str(), 1);
 
-    ABinderProcess_setThreadPoolMaxThreadCount(4);
+    // velactl's main has started the pool already; a second start is harmless, and the pool
+    // keeps its size: shrinking a started pool aborts a device process.
     ABinderProcess_startThreadPool();
     embedded->mService = ::ndk::SharedRefBase::make<VelaService>(std::move(options));
     if (HostBinder_declareService(protocol::instanceName().c_str()) != STATUS_OK) {
