@@ -15,11 +15,6 @@
 #include "status.h"
 #include "utf16.h"
 
-AParcel::~AParcel() {
-    clearObjects();
-    closeFds();
-}
-
 void AParcel::closeFds() {
     for (int fd : fds) close(fd);
     fds.clear();

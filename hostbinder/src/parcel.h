@@ -3,7 +3,9 @@
 
 #include <android/binder_parcel.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <new>
 #include <vector>
 
 #include "budget.h"
@@ -37,10 +39,18 @@ struct AParcel {
     // A parcel that arrived holds its space in the process's receive budget until it goes.
     BudgetClaim claim;
 
-    AParcel() = default;
+    // Every call makes a request parcel and reads a reply parcel on the calling thread, and
+    // frees both there: each thread keeps a few freed parcels' memory and data buffers, so that
+    // a call in a steady state allocates neither (parcel_memory.cpp).
+    AParcel();
+    // A parcel that arrived: its bytes are the ones read off the connection.
+    explicit AParcel(std::vector<uint8_t>&& received);
     AParcel(const AParcel&) = delete;
     AParcel& operator=(const AParcel&) = delete;
     ~AParcel();
+    static void* operator new(size_t size);
+    static void* operator new(size_t size, const std::nothrow_t&) noexcept;
+    static void operator delete(void* memory) noexcept;
 
     void clearObjects();
     void closeFds();

@@ -206,8 +206,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
             return true;
         }
         case kWireReply: {
-            auto reply = std::make_unique<AParcel>();
-            reply->data = std::move(frame.data);
+            auto reply = std::make_unique<AParcel>(std::move(frame.data));
             for (auto& fd : frame.fds) reply->fds.push_back(fd.release());
             binder_status_t status = h.status;
             if (status == STATUS_OK) {
@@ -237,8 +236,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
         }
         case kWireTransact: {
             const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
-            auto in = std::make_unique<AParcel>();
-            in->data = std::move(frame.data);
+            auto in = std::make_unique<AParcel>(std::move(frame.data));
             for (auto& fd : frame.fds) in->fds.push_back(fd.release());
             binder_status_t status = unflatten(in.get(), frame.offsets);
             AIBinder* target = nullptr;
