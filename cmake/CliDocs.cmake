@@ -1,14 +1,18 @@
 # Man pages (from each program's --help and --version, by help2man) and bash completion for
-# the command-line programs, made at build time and installed with them.
-find_program(HELP2MAN_EXECUTABLE help2man)
-if(NOT HELP2MAN_EXECUTABLE)
-    message(STATUS "help2man not found: no man pages (scripts/setup.sh installs it)")
+# the command-line programs, made at build time and installed with them. A cross build cannot
+# run what it builds, so it makes neither; the host build makes both, and then help2man is
+# required: a package without its pages is a broken package, and the installed-package test
+# must not vanish with them.
+if(NOT CMAKE_CROSSCOMPILING)
+    find_program(HELP2MAN_EXECUTABLE help2man)
+    if(NOT HELP2MAN_EXECUTABLE)
+        message(FATAL_ERROR "help2man is missing (the man pages need it): run scripts/setup.sh")
+    endif()
 endif()
 
 # pax_man_page(<target> <one-line summary>)
 function(pax_man_page target summary)
-    # A cross build cannot run what it builds; the host build makes the pages.
-    if(NOT HELP2MAN_EXECUTABLE OR CMAKE_CROSSCOMPILING)
+    if(CMAKE_CROSSCOMPILING)
         return()
     endif()
     set(page ${CMAKE_CURRENT_BINARY_DIR}/${target}.1)

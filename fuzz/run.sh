@@ -20,6 +20,9 @@ if ((seconds > 60)); then
     seconds=60
 fi
 
+# clang and its libFuzzer runtime serve only these targets: scripts/setup.sh leaves them out.
+bash "$root/scripts/setup.sh"
+bash "$root/scripts/apt-install.sh" clang libclang-rt-14-dev
 cmake -S "$root" -B "$build" -G Ninja \
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
     -DPAX_SANITIZE=address -DPAX_BUILD_FUZZ=ON \
