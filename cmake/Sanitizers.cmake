@@ -1,10 +1,14 @@
+# PAX_SANITIZER_FLAGS: what every object and link of a sanitizer build gets; the
+# installed-package test builds its consumers with them too, since a program linking an
+# instrumented library must carry the same runtime.
 if(PAX_SANITIZE STREQUAL "thread")
-    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer -O1 -g)
-    add_link_options(-fsanitize=thread)
+    set(PAX_SANITIZER_FLAGS -fsanitize=thread)
 elseif(PAX_SANITIZE STREQUAL "address")
-    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined
-                        -fno-omit-frame-pointer -O1 -g)
-    add_link_options(-fsanitize=address,undefined)
+    set(PAX_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=undefined)
 elseif(NOT PAX_SANITIZE STREQUAL "")
     message(FATAL_ERROR "PAX_SANITIZE must be empty, 'thread' or 'address'")
+endif()
+if(PAX_SANITIZER_FLAGS)
+    add_compile_options(${PAX_SANITIZER_FLAGS} -fno-omit-frame-pointer -O1 -g)
+    add_link_options(${PAX_SANITIZER_FLAGS})
 endif()

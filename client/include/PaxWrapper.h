@@ -44,8 +44,9 @@ PAX_EXPORT std::vector<PaxClient::Resource> getGameUpgradeList(int32_t a, int32_
 
 extern "C" {
 
-// Acquires the event named "MIRDAL_<action name>"; returns the Pax handle, or -1 for a name
-// the table does not know (the Pax interface is then not called).
+// Acquires the event named "MIRDAL_<action name>"; returns what PaxEventAcquire returns (the
+// handle, the service's refusal, or -1), or -1 for a name the table does not know (the Pax
+// interface is then not called).
 PAX_EXPORT int32_t PaxEventAcquireWrapper(std::string eventId, const std::string& scene,
                                           const std::string& identity, int32_t timeout);
 PAX_EXPORT void PaxReleaseWapper(int32_t handle);
