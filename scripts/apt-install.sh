@@ -8,7 +8,8 @@ set -euo pipefail
 
 missing=()
 for p in "$@"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
+        missing+=("$p")
 done
 if [ ${#missing[@]} -eq 0 ]; then
     exit 0

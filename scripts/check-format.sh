@@ -12,8 +12,10 @@ bash scripts/apt-install.sh clang-format
 mapfile -t sources < <(git ls-files '*.c' '*.cc' '*.cpp' '*.h' '*.hpp')
 # One run over all files: each difference is reported as "FILE:LINE:COL: error: code should be
 # clang-formatted".
-report="$(clang-format --style=file --dry-run -Werror "${sources[@]}" 2>&1)" && status=0 || status=$?
-mapfile -t unformatted < <(printf '%s\n' "$report" | sed -n 's/^\(.*\):[0-9]*:[0-9]*: error: code should be clang-formatted.*/\1/p' | sort -u)
+status=0
+report="$(clang-format --style=file --dry-run -Werror "${sources[@]}" 2>&1)" || status=$?
+violation='s/^\(.*\):[0-9]*:[0-9]*: error: code should be clang-formatted.*/\1/p'
+mapfile -t unformatted < <(printf '%s\n' "$report" | sed -n "$violation" | sort -u)
 if [ "$status" -ne 0 ] && [ ${#unformatted[@]} -eq 0 ]; then
     # Not a formatting difference (an unreadable .clang-format, say): show what it said.
     printf '%s\n' "$report" >&2

@@ -15,9 +15,9 @@ bash scripts/apt-install.sh \
 # valijson (header-only; one test checks the shipped JSON Schema against the configuration
 # reader with it) is unpacked from its Debian package without the package's dependencies:
 # libvalijson-dev depends on every JSON library it has an adapter for (Qt 5, Poco with its
-# MariaDB and ODBC clients, yaml-cpp, RapidJSON, picojson, nlohmann-json: about 200 packages
-# on a fresh machine), and we use only its jsoncpp adapter. Installing it with dpkg and its
-# dependencies forced would leave apt refusing every later install until they are met.
+# MariaDB and ODBC clients, yaml-cpp, RapidJSON, picojson, nlohmann-json: some 150 packages
+# beyond all the others here), and we use only its jsoncpp adapter. Installing it with dpkg
+# and its dependencies forced would leave apt refusing every later install until they are met.
 # The files go under /usr/local, where CMake finds the package's own relocatable
 # valijsonConfig.cmake (the target `valijson`) in host and cross builds alike; dpkg does not
 # know them, and `rm -r /usr/local/{include,share/cmake}/valijson` removes them.

@@ -7,24 +7,18 @@ cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 
-SUDO=""
-if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 packages=(
     g++-aarch64-linux-gnu qemu-user
     libc6:arm64 libstdc++6:arm64
     android-liblog-dev:arm64 android-libcutils-dev:arm64 libjsoncpp-dev:arm64
     libgtest-dev:arm64 libgmock-dev:arm64
 )
-missing=()
-for p in "${packages[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -ne 0 ]; then
-    export DEBIAN_FRONTEND=noninteractive
-    dpkg --print-foreign-architectures | grep -qx arm64 || $SUDO dpkg --add-architecture arm64
-    $SUDO apt-get update -qq
-    $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+if ! dpkg --print-foreign-architectures | grep -qx arm64; then
+    SUDO=""
+    if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+    $SUDO dpkg --add-architecture arm64
 fi
+bash scripts/apt-install.sh "${packages[@]}"
 
 build=build-arm64
 # Benchmarks are left out: their figures would measure the emulator, not the code.
