@@ -1,5 +1,6 @@
-// Broken configurations, each with every line the reader must say about it: the reader's own
-// test reads them, and the schema's test checks that the schema refuses the same ones.
+// Broken configurations (broken-configs.json), each with every line the reader must say about
+// it: the reader's own test reads them, and the schema's test checks that the schema refuses
+// the same ones.
 #pragma once
 
 #include <string>
