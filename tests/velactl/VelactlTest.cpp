@@ -13,13 +13,14 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "ChildService.h"
-#include "ExecProgram.h"
+#include "RunProgram.h"
 #include "ScenarioConfig.h"
 #include "Waiter.h"
 
@@ -27,78 +28,7 @@ namespace {
 
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
 
-struct Outcome {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-
-    bool says(const std::string& fragment) const {
-        return out.find(fragment) != std::string::npos || err.find(fragment) != std::string::npos;
-    }
-};
-
-std::ostream& operator<<(std::ostream& os, const Outcome& run) {
-    return os << "exit " << run.exitCode << "\n--- stdout\n"
-              << run.out << "--- stderr\n"
-              << run.err;
-}
-
-// A program of this build running in a child, its output going to unnamed files (nothing to
-// drain while it runs, and they close with us).
-struct Launch {
-    pid_t pid = -1;
-    std::unique_ptr<FILE, int (*)(FILE*)> files[3] = {
-            {std::tmpfile(), fclose}, {std::tmpfile(), fclose}, {std::tmpfile(), fclose}};
-
-    std::string read(int fd) const {
-        std::string text;
-        fflush(files[fd].get());
-        const long end = ftell(files[fd].get());
-        rewind(files[fd].get());
-        for (int c; (c = fgetc(files[fd].get())) != EOF;) text.push_back(static_cast<char>(c));
-        fseek(files[fd].get(), end, SEEK_SET);
-        return text;
-    }
-};
-
-std::unique_ptr<Launch> launch(const char* program, std::vector<std::string> args,
-                               const std::string& input = "") {
-    auto started = std::make_unique<Launch>();
-    fputs(input.c_str(), started->files[0].get());
-    fflush(started->files[0].get());
-    rewind(started->files[0].get());
-    args.insert(args.begin(), program);
-    const paxtest::ChildCommand command(program, args);
-    started->pid = fork();
-    if (started->pid == 0) {
-        for (int fd = 0; fd < 3; ++fd) dup2(fileno(started->files[fd].get()), fd);
-        command.exec();
-    }
-    return started;
-}
-
-// Waits for the child to end (killing it after 30 s); its exit code.
-int exitCodeOf(pid_t pid) {
-    int status = 0;
-    pid_t done = 0;
-    for (int i = 0; i < 3000 && (done = waitpid(pid, &status, WNOHANG)) == 0; ++i) {
-        usleep(10'000);
-    }
-    if (done == 0) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-// Waits for the child to end and collects what it said.
-Outcome finish(const Launch& child) {
-    Outcome run;
-    run.exitCode = exitCodeOf(child.pid);
-    run.out = child.read(1);
-    run.err = child.read(2);
-    return run;
-}
+using namespace paxtest;
 
 // Runs velactl with `args`, feeding `input` on its standard input.
 Outcome velactl(std::vector<std::string> args, const std::string& input = "") {
@@ -208,79 +138,25 @@ status
     }
 }
 
-// What a user gets wrong: the exit code, and what the first line of the answer says.
-struct BadInput {
-    const char* program;
-    std::vector<std::string> args;
-    int exitCode;
-    std::string says;
-};
-
-const char* const kVelactl = VELACTL_PATH;
-const char* const kService = VELA_SERVICE_PATH;
-
+// What a user gets wrong (bad-input.json): the exit code, and what the first line of the
+// answer says.
 TEST(VelactlTest, BadInputIsRefusedBeforeAnythingIsSentWithItsOwnExitCode) {
     std::string many = "request";
     for (int i = 0; i < 257; ++i) many += " cpu.little.freq_min=1";
-    const std::vector<BadInput> table = {
-            {kVelactl, {"staet", "1"}, 64, "unknown command 'staet', did you mean state?"},
-            {kVelactl, {"--bogus", "status"}, 64, "unknown option '--bogus' before the command"},
-            {kVelactl, {"request"}, 64, "request: RESOURCE is required (velactl request --help)"},
-            {kVelactl, {"prop", "get"}, 64, "prop: KEY is required"},
-            {kVelactl, {"game-upgrade-clear", "1"}, 64, "game-upgrade-clear: STATUS is required"},
-            {kVelactl,
-             {"request", "0x01010010=1", "-d", "-5"},
-             65,
-             "--duration: -5 is negative; give 0 (until released) to 604800000 ms"},
-            {kVelactl,
-             {"request", "0x01010010=1", "-d", "604800001"},
-             65,
-             "--duration: 604800001 is out of range"},
-            {kVelactl,
-             {"request", "0x01010010=1", "-d", "5ms"},
-             65,
-             "--duration: '5ms' is not a whole number (write it in decimal, or in hexadecimal"},
-            {kVelactl,
-             {"listen", "0x01010010", "--count", "0"},
-             65,
-             "--count: 0 is out of range; give 1 to 2147483647"},
-            {kVelactl, {"release", "0"}, 65, "HANDLE: 0 is out of range"},
-            {kVelactl, {"release", "1", "--via", "pak"}, 65, "'pak' is no layer, did you mean pax"},
-            {kVelactl, {"release", "010"}, 1, "release 10: refused by the service: unknown handle"},
-            {kVelactl, {"request", "0x01010010"}, 65, "'0x01010010' needs a value"},
-            {kVelactl,
-             {"request", "cpu.litle.freq_min=1"},
-             65,
-             "malformed opcode 'cpu.litle.freq_min': not a resource name, did you mean "
-             "cpu.little.freq_min,"},
-            {kVelactl, {"request", "/sys/../x=1"}, 65, "path '/sys/../x' is not acceptable"},
-            {kVelactl,
-             {"run", "-"},
-             65,
-             "257 resources in one request; the service takes at most 256"},
-            {kVelactl, {"acquire", "ACTION_LANCH"}, 65, "did you mean ACTION_LAUNCH"},
-            {kVelactl, {"acquire", "9999"}, 65, "event id 9999 is not in the action table"},
-            {kVelactl, {"thermal", "1=hot"}, 65, "malformed thermal level 'hot'"},
-            {kVelactl, {"prop", "set", "ro.vendor.x", "1"}, 65, "ro.vendor.x cannot be set"},
-            {kVelactl, {"state", "0x0101001"}, 2, "no value for 0x00101001"},
-            {kVelactl, {"prop", "get", "vendor.none"}, 2, "no property vendor.none"},
-            {kVelactl,
-             {"run", "/nonexistent/script"},
-             66,
-             "cannot read /nonexistent/script: No such"},
-            {kService, {"--bogus"}, 64, "unrecognized option '--bogus'"},
-            {kService, {"extra"}, 64, "unexpected argument 'extra'"},
-            {kService,
-             {"--config", "/nonexistent.json"},
-             66,
-             "cannot open /nonexistent.json: No such"},
-    };
-    for (const BadInput& bad : table) {
-        std::vector<std::string> args = bad.args;
-        if (bad.program == kVelactl) args.insert(args.begin(), "--embedded");
-        const Outcome run = finish(*launch(bad.program, args, args.back() == "-" ? many : ""));
-        EXPECT_EQ(run.exitCode, bad.exitCode) << run;
-        EXPECT_NE(run.err.substr(0, run.err.find('\n')).find(bad.says), std::string::npos) << run;
+    std::ifstream in(VELACTL_BAD_INPUT_PATH);
+    Json::Value table;
+    ASSERT_TRUE(Json::Reader().parse(in, table) && table.size() > 0) << VELACTL_BAD_INPUT_PATH;
+    for (const Json::Value& bad : table) {
+        const bool isVelactl = bad["program"].asString() == "velactl";
+        std::vector<std::string> args;
+        if (isVelactl) args.push_back("--embedded");
+        for (const Json::Value& arg : bad["args"]) args.push_back(arg.asString());
+        const Outcome run = finish(*launch(isVelactl ? VELACTL_PATH : VELA_SERVICE_PATH, args,
+                                           args.back() == "-" ? many : ""));
+        EXPECT_EQ(run.exitCode, bad["exit"].asInt()) << run;
+        EXPECT_NE(run.err.substr(0, run.err.find('\n')).find(bad["says"].asString()),
+                  std::string::npos)
+                << run;
     }
 }
 
