@@ -54,12 +54,9 @@ protected:
         int fd = rawConnect();
         send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         shutdown(fd, SHUT_WR);
-        uint8_t sink[256];
-        ssize_t n;
-        while ((n = recv(fd, sink, sizeof(sink), 0)) > 0) {
-        }
+        const bool closed = closedByPeer(fd);
         close(fd);
-        return n == 0;
+        return closed;
     }
 
     static std::vector<uint8_t> frame(uint32_t code, const std::vector<uint8_t>& data,

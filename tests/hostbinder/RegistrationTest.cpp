@@ -17,6 +17,7 @@
 #include <sstream>
 #include <string>
 
+#include "Probe.h"
 #include "ServiceHarness.h"
 #include "Waiter.h"
 
@@ -25,33 +26,19 @@ using namespace paxtest;
 namespace {
 
 // A binder that answers every call with the number it was made with.
-AIBinder_Class* whoClass() {
-    static AIBinder_Class* clazz = AIBinder_Class_define(
-            "hostbinder.test.IWho", [](void* a) { return a; }, [](void*) {},
-            [](AIBinder* self, transaction_code_t, const AParcel*, AParcel* out) {
-                return AParcel_writeInt32(out, static_cast<int32_t>(reinterpret_cast<intptr_t>(
-                                                       AIBinder_getUserData(self))));
-            });
-    return clazz;
-}
-
-ndk::SpAIBinder who(intptr_t number) {
-    return ndk::SpAIBinder(AIBinder_new(whoClass(), reinterpret_cast<void*>(number)));
+ndk::SpAIBinder who(int32_t number) {
+    return hbtest::newProbe([number](transaction_code_t, const AParcel*, AParcel* out) {
+        return AParcel_writeInt32(out, number);
+    });
 }
 
 // Which `who` binder answers under `instance` for a new lookup; -1 when none does.
 int32_t whoAnswers(const std::string& instance) {
     ndk::SpAIBinder binder(AServiceManager_checkService(instance.c_str()));
-    if (binder.get() == nullptr || !AIBinder_associateClass(binder.get(), whoClass())) return -1;
-    AParcel* in = nullptr;
-    AParcel* out = nullptr;
     int32_t number = -1;
-    if (AIBinder_prepareTransaction(binder.get(), &in) == STATUS_OK &&
-        AIBinder_transact(binder.get(), FIRST_CALL_TRANSACTION, &in, &out, 0) == STATUS_OK) {
-        AParcel_readInt32(out, &number);
-    }
-    AParcel_delete(out);
-    return number;
+    if (!hbtest::asProbe(binder)) return -1;
+    return hbtest::callProbe(binder, FIRST_CALL_TRANSACTION, nullptr, &number) == STATUS_OK ? number
+                                                                                            : -1;
 }
 
 void writeFragment(const std::string& name, const std::string& text) {

@@ -6,21 +6,16 @@
 #include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
 #include <android/binder_process.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <future>
-#include <sstream>
 
-#include "ExecProgram.h"
 #include "FakeVela.h"
+#include "Probe.h"
 #include "ServiceHarness.h"
 #include "Waiter.h"
 
@@ -41,21 +36,21 @@ public:
 
 // The child of PoolTest: a client that registers a callback before it has binder threads.
 // Exit status 0: the callback waited for the pool and then arrived; 1: it came before; 2: never.
-constexpr const char* kNoPoolChildEnv = "HOSTBINDER_NOPOOL_CHILD";
-[[maybe_unused]] const int noPoolChild = [] {
-    if (getenv(kNoPoolChildEnv) == nullptr) return 0;
+int registerBeforeThePool() {
     auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kVelaInstance)));
     auto cb = ndk::SharedRefBase::make<CountingCallback>();
     VelaRequestParcel p{};
     int32_t out = -1;
-    if (vela == nullptr || !vela->resListeningRegister(p, cb, &out).isOk()) _exit(3);
+    if (vela == nullptr || !vela->resListeningRegister(p, cb, &out).isOk()) return 3;
     // The service sends the callback before it answers this call, so the callback has been
     // read by the time the call returns.
-    if (!vela->init().isOk()) _exit(3);
-    if (cb->calls.waitFor(1, std::chrono::milliseconds(0))) _exit(1);
+    if (!vela->init().isOk()) return 3;
+    if (cb->calls.waitFor(1, std::chrono::milliseconds(0))) return 1;
     ABinderProcess_startThreadPool();
-    _exit(cb->calls.waitFor(1) ? 0 : 2);
-}();
+    return cb->calls.waitFor(1) ? 0 : 2;
+}
+[[maybe_unused]] const int noPoolRole =
+        hbtest::childRole("no-pool-callback", registerBeforeThePool);
 
 }  // namespace
 
@@ -80,20 +75,6 @@ TEST(Transport, ServiceDropsCallbackAndClientObjectIsFreed) {
     EXPECT_TRUE(waitUntil([&] { return watch.expired(); }));
 }
 
-TEST(ServiceManager, AWrongInterfaceIsRefused) {
-    AIBinder_Class* other = AIBinder_Class_define(
-            "some.other.IThing", [](void* a) { return a; }, [](void*) {},
-            [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
-                return STATUS_OK;
-            });
-    ndk::SpAIBinder raw(AIBinder_new(other, nullptr));
-    ASSERT_TRUE(paxtest::declareVela());
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
-    ndk::SpAIBinder remote(AServiceManager_checkService(kVelaInstance));
-    ASSERT_NE(nullptr, remote.get());
-    EXPECT_EQ(nullptr, IVela::fromBinder(remote));
-}
-
 TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
     auto service = ndk::SharedRefBase::make<FakeVela>();
     // The expectation is set before the service is published: the call comes from another
@@ -112,23 +93,7 @@ TEST(PoolTest, CallbacksWaitUntilTheProcessStartsItsPool) {
     });
     ASSERT_TRUE(paxtest::declareVela());
     ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
-    const paxtest::ChildCommand command("/proc/self/exe", {"hostbinder_nopool"},
-                                        {std::string(kNoPoolChildEnv) + "=1"});
-    pid_t child = fork();
-    if (child == 0) {
-        command.exec();
-    }
-    ASSERT_GT(child, 0);
-    auto exited = std::async(std::launch::async, [child] {
-        int status = 0;
-        waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    });
-    if (exited.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
-        kill(child, SIGKILL);
-        FAIL() << "the child hung";
-    }
-    EXPECT_EQ(0, exited.get());
+    EXPECT_EQ(0, hbtest::runChild("no-pool-callback"));
 }
 
 namespace {
