@@ -75,43 +75,10 @@ history get
     EXPECT_EQ(run.err, "") << run;
 }
 
-// Every result of every command, as a script runs them with --json, is one JSON object.
+// Every result of every command, as a script (every-command.vela) runs them with --json, is one
+// JSON object.
 TEST(VelactlTest, EveryJsonResultIsOneObject) {
-    const Outcome run = velactl({"--embedded", "--json", "run", "-"}, R"(
-init
-init --pax
-acquire 17
-state 0x010100c0 0x010100b0
-release $handle
-acquire launch
-release $handle --via pax
-res-acquire cpu.big.freq_min=1
-platform-acquire cpu.big.freq_min=2 --pkg com.example
-request cpu.little.freq_min=1000 --callback
-sa-request 3
-release $handle --via sa
-listen cpu.little.freq_min
-unlisten $listener
-listen --thermal 1
-thermal 1=3
-notify 3 1 2
-notify-source 130 1 --data 45,70,85
-rule 7 on sched.little.target_load=33
-sysinfo 1 0x100000000
-dump run-map
-dumpsys
-history on
-history get
-prop set vendor.a 1
-prop get vendor.a
-dataset
-power
-pm 0
-build target-load 45,70,85
-game-upgrade-clear 1 0
-actions LAUNCH
-status
-)");
+    const Outcome run = velactl({"--embedded", "--json", "run", VELACTL_EVERY_COMMAND_PATH});
     ASSERT_EQ(run.exitCode, 0) << run;
     std::vector<Json::Value> docs;
     std::istringstream lines(run.out);
@@ -123,6 +90,7 @@ status
         docs.push_back(doc);
     }
     ASSERT_GE(docs.size(), 33u) << run;
+    // docs[i] answers the script's line i + 1.
     EXPECT_EQ(docs[2]["action"].asString(), "ACTION_CAMERA_PREVIEW");
     EXPECT_EQ(docs[2]["via"].asString(), "pax");  // an id goes straight to PaxEventAcquire
     EXPECT_EQ(docs[3]["resources"][0]["name"].asString(), "cpu.prime.freq_max");
