@@ -1,16 +1,14 @@
 // What each request puts on the wire, read back at the service after a real transaction; what
 // is refused before anything is sent; and what the answers give the caller.
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <memory>
 
-#include "ExecProgram.h"
 #include "HalclientFixture.h"
+#include "RunProgram.h"
 
 namespace halclienttest {
 namespace {
@@ -178,27 +176,12 @@ TEST(HalclientPropertyDeathTest, AnswerOf256CharactersAborts) {
         delete[] velaPropertyGet("vendor.key");
         _exit(0);  // reached only when the library let the answer through
     }
-    std::unique_ptr<FILE, int (*)(FILE*)> err(std::tmpfile(), fclose);
-    ASSERT_TRUE(err);
-    const int errFd = fileno(err.get());
-    const paxtest::ChildCommand command(
+    const paxtest::Outcome run = paxtest::finish(*paxtest::launch(
             "/proc/self/exe",
-            {"halclient_test",
-             "--gtest_filter=HalclientPropertyDeathTest.AnswerOf256CharactersAborts"},
-            {std::string(kRole) + "=1"});
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(errFd, STDERR_FILENO);
-        command.exec();
-    }
-    ASSERT_GT(pid, 0);
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << "wait status " << status;
-    std::string text(1 << 16, '\0');
-    text.resize(
-            static_cast<size_t>(std::max<ssize_t>(0, pread(errFd, text.data(), text.size(), 0))));
-    EXPECT_NE(text.find("answer of 256 characters does not fit"), std::string::npos) << text;
+            {"--gtest_filter=HalclientPropertyDeathTest.AnswerOf256CharactersAborts"}, "",
+            {std::string(kRole) + "=1"}));
+    EXPECT_EQ(run.exitCode, 128 + SIGABRT) << run;
+    EXPECT_TRUE(run.says("answer of 256 characters does not fit")) << run;
 }
 
 }  // namespace

@@ -49,14 +49,16 @@ struct Launch {
     }
 };
 
+// `env` entries ("NAME=value") are added to the child's environment.
 inline std::unique_ptr<Launch> launch(const char* program, std::vector<std::string> args,
-                                      const std::string& input = "") {
+                                      const std::string& input = "",
+                                      std::vector<std::string> env = {}) {
     auto started = std::make_unique<Launch>();
     fputs(input.c_str(), started->files[0].get());
     fflush(started->files[0].get());
     rewind(started->files[0].get());
     args.insert(args.begin(), program);
-    const paxtest::ChildCommand command(program, args);
+    const paxtest::ChildCommand command(program, args, std::move(env));
     started->pid = fork();
     if (started->pid == 0) {
         for (int fd = 0; fd < 3; ++fd) dup2(fileno(started->files[fd].get()), fd);
