@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <hostbinder/hostbinder.h>
 
+#include <vector>
+
 #include "ServiceHarness.h"
 
 using namespace paxtest;
@@ -27,9 +29,12 @@ binder_status_t onTransact(AIBinder*, transaction_code_t code, const AParcel*, A
     }
 }
 
+// Classes live as long as the process, as the NDK's do: each is kept reachable here.
 AIBinder_Class* defineClass(const char* descriptor = "hostbinder.test.IContract") {
-    return AIBinder_Class_define(
-            descriptor, [](void* a) { return a; }, [](void*) {}, onTransact);
+    static auto& defined = *new std::vector<AIBinder_Class*>;  // never destroyed, as they are
+    defined.push_back(AIBinder_Class_define(
+            descriptor, [](void* a) { return a; }, [](void*) {}, onTransact));
+    return defined.back();
 }
 
 AIBinder_Class* contractClass() {
