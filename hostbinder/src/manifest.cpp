@@ -1,5 +1,6 @@
 #include "manifest.h"
 
+#include <android/binder_auto_utils.h>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -61,7 +62,9 @@ bool readWhole(int fd, std::string* text) {
 
 // Reads one fragment into `instances`; otherwise says why not.
 std::string readFragment(int dirFd, const std::string& name, std::vector<std::string>* instances) {
-    const int fd = openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    const ndk::ScopedFileDescriptor file(
+            openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const int fd = file.get();
     if (fd < 0) return std::string("cannot be opened: ") + strerror(errno);
     struct stat st {};
     std::string problem;
@@ -77,14 +80,15 @@ std::string readFragment(int dirFd, const std::string& name, std::vector<std::st
             problem = "is not a manifest: " + why;
         }
     }
-    close(fd);
     return problem;
 }
 
 // Every instance the directory's fragments declare; false when the manifest is refused.
 bool declaredInstances(std::vector<std::string>* instances) {
     const std::string dir = manifestDirectory();
-    const int dirFd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const ndk::ScopedFileDescriptor directory(
+            open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const int dirFd = directory.get();
     if (dirFd < 0) {
         // No directory is an empty manifest, as on a device with no fragments.
         if (errno != ENOENT) refuse(dir + " cannot be opened: " + strerror(errno));
@@ -94,10 +98,11 @@ bool declaredInstances(std::vector<std::string>* instances) {
     std::string problem = fstat(dirFd, &st) == 0 ? untrustedBecause(st) : strerror(errno);
     std::vector<std::string> names;
     if (problem.empty()) {
-        const int listFd = dup(dirFd);
-        DIR* listing = listFd < 0 ? nullptr : fdopendir(listFd);
+        // The listing takes a descriptor of its own and closes it with closedir.
+        ndk::ScopedFileDescriptor listFd(dup(dirFd));
+        DIR* listing = listFd.get() < 0 ? nullptr : fdopendir(listFd.get());
+        if (listing != nullptr) listFd.release();
         if (listing == nullptr) {
-            if (listFd >= 0) close(listFd);
             problem = std::string("cannot be listed: ") + strerror(errno);
         } else {
             // Fragments are the .xml files; a name with a leading dot is one being written.
@@ -115,7 +120,6 @@ bool declaredInstances(std::vector<std::string>* instances) {
         }
     }
     if (!problem.empty()) {
-        close(dirFd);
         refuse(dir + " " + problem);
         return false;
     }
@@ -123,16 +127,16 @@ bool declaredInstances(std::vector<std::string>* instances) {
     for (const std::string& name : names) {
         problem = readFragment(dirFd, name, instances);
         if (!problem.empty()) {
-            close(dirFd);
             refuse(dir + "/" + name + " " + problem);
             return false;
         }
     }
-    close(dirFd);
     return true;
 }
 
 }  // namespace
+
+static std::string manifestDirectoryBesideLibrary();
 
 // Beside the library, where an install puts it: the build records the way from the library's
 // directory to the fragments' (by default ../etc/vintf/manifest), and lays the build tree out
@@ -142,6 +146,12 @@ bool declaredInstances(std::vector<std::string>* instances) {
 std::string manifestDirectory() {
     const char* env = getenv("HOSTBINDER_VINTF_DIR");
     if (env != nullptr && env[0] != '\0') return env;
+    // Where the library lies does not change while it is loaded: found once, not per lookup.
+    static const std::string besideLibrary = manifestDirectoryBesideLibrary();
+    return besideLibrary;
+}
+
+static std::string manifestDirectoryBesideLibrary() {
     Dl_info info{};
     if (dladdr(reinterpret_cast<void*>(&manifestDirectory), &info) == 0 ||
         info.dli_fname == nullptr) {
