@@ -30,7 +30,7 @@ Json::Value keyJson(const ServiceState& state, const ResourceKey& key) {
 DumpTable resourcesTable(const ServiceState& state) {
     DumpTable t{{}, {}, Json::Value(Json::arrayValue)};
     const auto inForce = state.table.inForce();
-    t.title = ("resources (" + std::to_string(inForce.size()) + " in force):");
+    t.title = "resources (" + std::to_string(inForce.size()) + " in force):";
     for (const auto& [key, value] : inForce) {
         const auto winner = state.table.holderOf(key);
         const auto claims = state.table.claimsOf(key);
@@ -61,7 +61,7 @@ DumpTable resourcesTable(const ServiceState& state) {
 DumpTable requestsTable(const ServiceState& state) {
     DumpTable t{{}, {}, Json::Value(Json::arrayValue)};
     const auto now = ServiceClock::now();
-    t.title = ("requests (" + std::to_string(state.requests.size()) + "):");
+    t.title = "requests (" + std::to_string(state.requests.size()) + "):";
     for (const auto& [handle, request] : state.requests) {
         Json::Value row;
         row["handle"] = handle;
@@ -98,7 +98,7 @@ DumpTable requestsTable(const ServiceState& state) {
 
 DumpTable listenersTable(const ServiceState& state) {
     DumpTable t{{}, {}, Json::Value(Json::arrayValue)};
-    t.title = ("listeners (" + std::to_string(state.listeners.size()) + "):");
+    t.title = "listeners (" + std::to_string(state.listeners.size()) + "):";
     for (const auto& [handle, listener] : state.listeners) {
         Json::Value row;
         row["handle"] = handle;
@@ -132,7 +132,7 @@ DumpTable listenersTable(const ServiceState& state) {
 
 DumpTable rulesTable(const ServiceState& state) {
     DumpTable t{{}, {}, Json::Value(Json::arrayValue)};
-    t.title = ("rules (" + std::to_string(state.rules.size()) + "):");
+    t.title = "rules (" + std::to_string(state.rules.size()) + "):";
     for (const auto& [id, rule] : state.rules) {
         Json::Value row;
         row["id"] = id;
@@ -153,8 +153,8 @@ DumpTable rulesTable(const ServiceState& state) {
 
 DumpTable historyTable(const ServiceState& state) {
     DumpTable t{{}, {}, Json::Value(Json::arrayValue)};
-    t.title = ("history (" + std::to_string(state.history.size()) + " records, recording " +
-               (state.recording ? "on" : "off") + "):");
+    t.title = "history (" + std::to_string(state.history.size()) + " records, recording " +
+              (state.recording ? "on" : "off") + "):";
     for (const std::string& record : state.history) {
         t.lines.push_back(record);
         t.json.append(record);
@@ -164,7 +164,7 @@ DumpTable historyTable(const ServiceState& state) {
 
 DumpTable propertiesTable(const ServiceState& state) {
     DumpTable t{{}, {}, Json::Value(Json::objectValue)};
-    t.title = ("properties (" + std::to_string(state.properties.size()) + "):");
+    t.title = "properties (" + std::to_string(state.properties.size()) + "):";
     for (const auto& [key, value] : state.properties) {
         t.lines.push_back(key + " = " + value);
         t.json[key] = value;
