@@ -21,9 +21,12 @@ RequestBook::RequestBook(ServiceState& state, ListenerRegistry& listeners, std::
       mTimer(std::make_unique<ExpiryTimer>(
               [this](int32_t handle, ServiceClock::time_point deadline) {
                   onExpired(handle, deadline);
-              })) {}
+              })),
+      mHolders(std::make_unique<HolderWatch>(
+              [this](uint64_t token, pid_t pid) { onHolderGone(token, pid); })) {}
 
 RequestBook::~RequestBook() {
+    mHolders.reset();
     mTimer.reset();
 }
 
@@ -108,6 +111,7 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
     }
 
     request.handle = mState.newHandle();
+    request.watch = mHolders->watch(request.pid);
     if (request.durationMs > 0) {
         request.deadline =
                 request.made + std::chrono::milliseconds(
@@ -167,6 +171,7 @@ void RequestBook::onExpired(int32_t handle, ServiceClock::time_point deadline) {
 
 void RequestBook::endLocked(std::map<int32_t, Request>::iterator request, const char* how) {
     std::vector<Change> changes = mState.table.drop(Holder::request(request->first));
+    mHolders->unwatch(request->second.watch);
     if (mState.trace) mState.trace->end(request->first, how);
     mState.requests.erase(request);
     publishLocked(changes);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ExpiryTimer.h"
+#include "HolderWatch.h"
 #include "ListenerRegistry.h"
 #include "ServiceState.h"
 
@@ -17,9 +18,10 @@ namespace aidl::vendor::norvo::hardware::vela::impl {
 
 class RequestBook {
 public:
-    // `lock` is the service lock; the expiry thread takes it to end a request.
+    // `lock` is the service lock; the expiry and holder-watch threads take it to end a request
+    // (and take nothing of their own meanwhile: the service lock comes first).
     RequestBook(ServiceState& state, ListenerRegistry& listeners, std::mutex& lock);
-    ~RequestBook();  // stops the expiry thread first
+    ~RequestBook();  // stops the holder-watch and expiry threads first
     RequestBook(const RequestBook&) = delete;
     RequestBook& operator=(const RequestBook&) = delete;
 
@@ -39,6 +41,8 @@ private:
     bool readResources(const std::vector<VelaRequestData>& items, size_t first, bool lenient,
                        ResourceTable::Values* out, std::string* why) const;
     void onExpired(int32_t handle, ServiceClock::time_point deadline);
+    // Ends every request of a process that is gone (RequestBookHolders.cpp).
+    void onHolderGone(uint64_t token, pid_t pid);
     // What a release and an expiry share once they have logged and counted.
     void endLocked(std::map<int32_t, Request>::iterator request, const char* how);
 
@@ -46,6 +50,7 @@ private:
     ListenerRegistry& mListeners;
     std::mutex& mLock;
     std::unique_ptr<ExpiryTimer> mTimer;
+    std::unique_ptr<HolderWatch> mHolders;
 };
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

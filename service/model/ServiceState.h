@@ -44,6 +44,7 @@ struct Request {
     std::string identity;
     int64_t durationMs = 0;
     pid_t pid = 0;
+    uint64_t watch = 0;  // the holder watch's token for `pid`; 0 when it is not watched
     ServiceClock::time_point made;
     std::optional<ServiceClock::time_point> deadline;
     ResourceTable::Values resources;
