@@ -146,7 +146,8 @@ int32_t RequestBook::releaseLocked(int32_t handle, const char* why) {
     if (it == mState.requests.end()) {
         return mState.reject(
                 kResultUnknownHandle,
-                std::string(why) + ": no active request with handle " + std::to_string(handle));
+                std::string(why) + ": no active request with handle " + std::to_string(handle) +
+                        (mState.isOfThisRun(handle) ? "" : " (not a handle of this run)"));
     }
     if (it->second.deadline) mTimer->cancel(handle, *it->second.deadline);
     serviceLog(ANDROID_LOG_INFO, "%s handle %d (%s)", why, handle,

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <random>
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -38,14 +39,19 @@ ServiceState::ServiceState(ScenarioConfig config, size_t historyLimit,
                            std::shared_ptr<TraceWriter> trace)
     : config(std::move(config)),
       historyLimit(std::max<size_t>(historyLimit, 1)),
-      trace(std::move(trace)) {}
+      trace(std::move(trace)),
+      mEpoch(static_cast<int32_t>(1 + std::random_device()() % (INT32_MAX >> kSerialBits))) {}
 
 int32_t ServiceState::newHandle() {
     while (true) {
-        const int32_t handle = mNextHandle;
-        mNextHandle = mNextHandle == INT32_MAX ? 1 : mNextHandle + 1;
+        const int32_t handle = (mEpoch << kSerialBits) | mNextSerial;
+        mNextSerial = mNextSerial == kSerialMask ? 1 : mNextSerial + 1;
         if (requests.count(handle) == 0 && listeners.count(handle) == 0) return handle;
     }
+}
+
+bool ServiceState::isOfThisRun(int32_t handle) const {
+    return handle > 0 && (handle >> kSerialBits) == mEpoch;
 }
 
 void ServiceState::record(std::string text) {

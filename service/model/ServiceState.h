@@ -104,6 +104,8 @@ public:
 
     // Handles of requests and listeners share one space, so that no handle means two things.
     int32_t newHandle();
+    // False for a handle that an earlier run of the service gave out.
+    bool isOfThisRun(int32_t handle) const;
     // Keeps a history record when recording is on.
     void record(std::string text);
     // Logs and counts a refusal; returns `result` for the caller to hand back.
@@ -116,7 +118,18 @@ public:
     std::string labelOf(const ResourceKey& key) const;
 
 private:
-    int32_t mNextHandle = 1;
+    // A handle is this run's epoch in its high bits over a serial number. The epoch is drawn at
+    // random at start: a handle a client kept from before a restart then names nothing (it is
+    // refused as unknown) instead of somebody else's request. Drawn rather than counted on
+    // storage, because the service may start before any writable partition is mounted (or on a
+    // host with none given), and a counter whose file is lost or restored gives back the same
+    // handles without a word; a draw needs nothing and repeats the previous run's epoch once in
+    // 4095 starts. Not the start time either: init restarts a crashing service within the
+    // clock's grain. Handles stay positive 32-bit numbers, as clients expect.
+    static constexpr int kSerialBits = 19;
+    static constexpr int32_t kSerialMask = (1 << kSerialBits) - 1;
+    const int32_t mEpoch;
+    int32_t mNextSerial = 1;
 };
 
 // Lines of the service's log, under its tag.
