@@ -177,5 +177,26 @@ TEST_F(HoldersTest, ValuesReturnToTheirDefaultsOnceEveryHolderIsGone) {
     }
 }
 
+// A handle kept across a restart names nothing, even once the new run has given out as many.
+TEST_F(HoldersTest, AHandleFromBeforeARestartIsRefused) {
+    ResourceList before{Resource{kLittleFloor, "1000000"}};
+    const int stale = velaResCtlRequest(0, before, 0);
+    ASSERT_GE(stale, 1);
+    killAndSettle(service, log);
+    ASSERT_TRUE(service.restart());
+    std::vector<int> fresh;
+    ASSERT_TRUE(paxtest::waitUntil([&] {
+        ResourceList after{Resource{kLittleFloor, "1200000"}};
+        const int handle = velaResCtlRequest(0, after, 0);
+        if (handle >= 1) fresh.push_back(handle);
+        return handle >= 1;
+    }));
+    EXPECT_EQ(velaResCtlRelease(stale), -2);
+    ResourceList query{Resource{kLittleFloor, {}}}, reply;
+    ASSERT_EQ(velaResStateRequest(query, 0, reply), 1);
+    EXPECT_EQ(reply.front().value, "1200000");
+    EXPECT_EQ(velaResCtlRelease(fresh.front()), 0);
+}
+
 }  // namespace
 }  // namespace e2e
