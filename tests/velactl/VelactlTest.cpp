@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -46,6 +47,29 @@ testing::AssertionResult endsWith(const Outcome& run, int exitCode,
     return testing::AssertionFailure() << "expected " << missing << "\ngot " << run;
 }
 
+// velactl holding what `script` asks for while it runs (a request lives no longer than the
+// process that made it); ready once it has printed `requests` handles.
+struct Holding {
+    Holding(const std::string& script, size_t requests)
+        : child(launch(VELACTL_PATH, {"run", "-"}, script + "await 1 --timeout 600000\n")) {
+        EXPECT_TRUE(waitUntil([&] {
+            const std::string out = child->read(1);
+            handles.clear();
+            for (size_t at = out.find("handle "); at != std::string::npos;
+                 at = out.find("handle ", at + 1)) {
+                handles.push_back(std::to_string(std::atol(out.c_str() + at + 7)));
+            }
+            return handles.size() >= requests;
+        })) << finish(*child);
+    }
+    ~Holding() {
+        kill(child->pid, SIGKILL);
+        exitCodeOf(child->pid);
+    }
+    std::unique_ptr<Launch> child;
+    std::vector<std::string> handles;
+};
+
 TEST(VelactlTest, ScriptDrivesTheServiceThroughEveryLayer) {
     const Outcome run = velactl({"--embedded", "run", "-"}, R"(
 # the wrapper by name, then its resources in force
@@ -66,7 +90,7 @@ history get
 )");
     EXPECT_TRUE(endsWith(
             run, 0,
-            {"ACTION_LAUNCH (event 0): handle 1, until released", "for 500 ms",
+            {"ACTION_LAUNCH (event 0): handle ", ", until released", "for 500 ms",
              "0x01010010 cpu.little.freq_min = 1804800\n"
              "0x010108a0 sched.little.target_load = 60",
              "  0x01010010 cpu.little.freq_min = 2000000",
@@ -167,17 +191,22 @@ TEST(VelactlTest, RunStopsAtTheFirstFailingLineUnlessToldToGoOn) {
 TEST(VelactlTest, StateOutlivesOneVelactlWhenTheServiceRunsApart) {
     paxtest::ChildService service;
     ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH));
-    Outcome run = velactl({"acquire", "ACTION_CAMERA_PREVIEW", "--duration", "60000"});
-    ASSERT_EQ(run.exitCode, 0) << run;
-    run = velactl({"state", "cpu.prime.freq_max"});
-    EXPECT_EQ(run.out, "0x010100c0 cpu.prime.freq_max = 1958400\n") << run;
     // dumpsys: a higher ceiling loses to the preview's; every claim shows, the winner marked.
-    ASSERT_EQ(velactl({"request", "cpu.prime.freq_max=2000000", "-d", "60000"}).exitCode, 0);
+    const Holding holding(
+            "acquire ACTION_CAMERA_PREVIEW --duration 60000\n"
+            "request cpu.prime.freq_max=2000000 -d 60000\n",
+            2);
+    ASSERT_EQ(holding.handles.size(), 2u);
+    Outcome run = velactl({"state", "cpu.prime.freq_max"});
+    EXPECT_EQ(run.out, "0x010100c0 cpu.prime.freq_max = 1958400\n") << run;
     run = velactl({"dumpsys", "resources"});
     EXPECT_TRUE(endsWith(run, 0,
                          {"0x010100c0 cpu.prime.freq_max = 1958400 (min, 2 claims)\n"
-                          "    * request 1 = 1958400\n"
-                          "      request 2 = 2000000\n"}));
+                          "    * request " +
+                          holding.handles[0] +
+                          " = 1958400\n"
+                          "      request " +
+                          holding.handles[1] + " = 2000000\n"}));
     EXPECT_FALSE(run.says("requests (")) << run;
     run = velactl({"--json", "dumpsys", "requests", "resources"});
     Json::Value doc;
@@ -289,13 +318,12 @@ TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
     ASSERT_TRUE(top.shows("0x01010010 cpu.little.freq_min = 300000\x1b[K")) << top.drawn;
     EXPECT_FALSE(top.typedAtOnce());
 
-    const Outcome acquired = velactl({"--json", "acquire", "launch"});
-    Json::Value doc;
-    ASSERT_TRUE(Json::Reader().parse(acquired.out, doc)) << acquired;
+    const Holding holding("acquire launch\n", 1);
+    ASSERT_EQ(holding.handles.size(), 1u);
     EXPECT_TRUE(top.shows("cpu.little.freq_min = 1804800")) << top.drawn;
-    const std::string launchLine = "handle " + doc["handle"].asString() + " ACTION_LAUNCH pkg ";
+    const std::string launchLine = "handle " + holding.handles[0] + " ACTION_LAUNCH pkg ";
     EXPECT_TRUE(top.shows(launchLine)) << top.drawn;
-    ASSERT_EQ(velactl({"release", doc["handle"].asString()}).exitCode, 0);
+    ASSERT_EQ(velactl({"release", holding.handles[0]}).exitCode, 0);
     EXPECT_TRUE(top.shows("cpu.little.freq_min = 300000")) << top.drawn;
     EXPECT_TRUE(top.shows("requests (0):\x1b[J")) << top.drawn;
 
@@ -324,16 +352,18 @@ TEST(VelactlTest, TopPrintsPlainBlocksOffTheTerminal) {
 
     paxtest::ChildService service;
     ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"-q"}));
-    ASSERT_EQ(velactl({"acquire", "launch", "--duration", "600000"}).exitCode, 0);
+    const Holding holding("acquire launch --duration 600000\n", 1);
+    ASSERT_EQ(holding.handles.size(), 1u);
     const std::vector<std::string> once = {"top", "--iterations", "1", "cpu.little.freq_min"};
-    EXPECT_TRUE(velactl(once).says("requests (1):\n  handle 1 ACTION_LAUNCH pkg "));
+    EXPECT_TRUE(velactl(once).says("requests (1):\n  handle " + holding.handles[0] +
+                                   " ACTION_LAUNCH pkg "));
     std::vector<std::string> json = once;
     json.insert(json.begin(), "--json");
     Json::Value doc;
     ASSERT_TRUE(Json::Reader().parse(velactl(json).out, doc));
     EXPECT_EQ(doc["requests"][0]["action"], "ACTION_LAUNCH") << doc;
     EXPECT_GT(doc["requests"][0]["ms_left"].asInt64(), 0) << doc;
-    ASSERT_EQ(velactl({"release", "1"}).exitCode, 0);
+    ASSERT_EQ(velactl({"release", holding.handles[0]}).exitCode, 0);
     EXPECT_TRUE(velactl(once).says("requests (0):\n"));
     ASSERT_TRUE(Json::Reader().parse(velactl(json).out, doc));
     EXPECT_EQ(doc["requests"], Json::Value(Json::arrayValue)) << doc;
