@@ -30,10 +30,11 @@ ListenerRegistry::ListenerRegistry(ServiceState& state, std::mutex& lock)
     : mState(state),
       mLock(lock),
       mDeathRecipient(AIBinder_DeathRecipient_new(&ListenerRegistry::onClientDied)),
-      mNotifier(std::make_unique<Notifier>()) {}
+      mDeliveries(std::make_unique<DeliveryQueues>(
+              [this](const Delivery& delivery) { deliver(delivery); })) {}
 
 ListenerRegistry::~ListenerRegistry() {
-    mNotifier.reset();
+    mDeliveries.reset();
     {
         std::lock_guard<std::mutex> links(gLinksLock);
         for (auto it = gLinks.begin(); it != gLinks.end();) {
@@ -159,7 +160,7 @@ void ListenerRegistry::notifyLocked(const std::vector<Change>& changes) {
                 items.push_back(mState.itemFor(change.key));
             }
         }
-        if (!items.empty()) queue(handle, listener.callback, std::move(items));
+        if (!items.empty()) mDeliveries->post(listener.pid, {handle, listener.callback, items});
     }
 }
 
@@ -170,25 +171,20 @@ void ListenerRegistry::notifyThermalLocked(const std::vector<VelaRequestData>& l
         for (const VelaRequestData& level : levels) {
             if (listener.thermalIds.count(level.id) != 0) mine.push_back(level);
         }
-        if (!mine.empty()) queue(handle, listener.callback, std::move(mine));
+        if (!mine.empty()) mDeliveries->post(listener.pid, {handle, listener.callback, mine});
     }
 }
 
 void ListenerRegistry::answerLocked(std::shared_ptr<IVelaCallback> callback,
                                     std::vector<VelaRequestData> items) {
-    queue(0, std::move(callback), std::move(items));
+    // Called during the request, so the caller is the process to answer.
+    mDeliveries->post(AIBinder_getCallingPid(), {0, std::move(callback), std::move(items)});
 }
 
-void ListenerRegistry::queue(int32_t listener, std::shared_ptr<IVelaCallback> callback,
-                             std::vector<VelaRequestData> items) {
-    mNotifier->post([this, listener, callback = std::move(callback), items = std::move(items)] {
-        deliver(listener, callback, items);
-    });
-}
-
-void ListenerRegistry::deliver(int32_t listener, const std::shared_ptr<IVelaCallback>& callback,
-                               const std::vector<VelaRequestData>& items) {
-    ::ndk::ScopedAStatus status = callback->onCallback(items);
+void ListenerRegistry::deliver(const Delivery& delivery) {
+    const int32_t listener = delivery.listener;
+    const std::shared_ptr<IVelaCallback>& callback = delivery.callback;
+    ::ndk::ScopedAStatus status = callback->onCallback(delivery.items);
     std::unique_lock<std::mutex> lock(mLock);
     if (status.isOk()) {
         ++mState.counters.delivered;

@@ -1,5 +1,5 @@
 // Listeners: registration with a death link to the client, unregistration, and delivery of
-// what each listener is owed, on the notifier's thread.
+// what each listener is owed, on the delivery thread of the listener's process.
 //
 // Locking. Everything here runs under the service lock except the parts that must not:
 // linking and unlinking a death recipient (the runtime may run a death notification meanwhile,
@@ -15,7 +15,7 @@
 #include <mutex>
 #include <vector>
 
-#include "Notifier.h"
+#include "DeliveryQueues.h"
 #include "ServiceState.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
@@ -39,14 +39,11 @@ public:
     void answerLocked(std::shared_ptr<IVelaCallback> callback, std::vector<VelaRequestData> items);
 
     // Blocks until every callback queued so far has been delivered (or has failed).
-    void waitForDeliveries() { mNotifier->drain(); }
-    size_t pendingDeliveries() const { return mNotifier->pending(); }
+    void waitForDeliveries() { mDeliveries->drain(); }
+    size_t pendingDeliveries() const { return mDeliveries->pending(); }
 
 private:
-    void queue(int32_t listener, std::shared_ptr<IVelaCallback> callback,
-               std::vector<VelaRequestData> items);
-    void deliver(int32_t listener, const std::shared_ptr<IVelaCallback>& callback,
-                 const std::vector<VelaRequestData>& items);
+    void deliver(const Delivery& delivery);
     void unlink(const std::shared_ptr<IVelaCallback>& callback, uint64_t link);
     static void forgetLink(uint64_t link);
     static void onClientDied(void* cookie);
@@ -54,8 +51,8 @@ private:
     ServiceState& mState;
     std::mutex& mLock;
     ::ndk::ScopedAIBinder_DeathRecipient mDeathRecipient;
-    // Its thread calls deliver(), which uses everything above: stopped first.
-    std::unique_ptr<Notifier> mNotifier;
+    // Its threads call deliver(), which uses everything above: stopped first.
+    std::unique_ptr<DeliveryQueues> mDeliveries;
 };
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl
