@@ -14,6 +14,7 @@
 
 #include "ConfigJson.h"
 #include "EditDistance.h"
+#include "ServiceLimits.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -25,10 +26,10 @@ constexpr char kNoResource[] = "a configuration declares at least one resource";
 // The keys each kind of object may hold; anything else is a slip, named with the nearest.
 // Arrays of literals rather than vectors: nothing to construct before a reading.
 using Keys = std::initializer_list<const char*>;
-constexpr Keys kRootKeys = {"version", "power", "resources", "scenarios"};
+constexpr Keys kRootKeys = {"version", "power", "lease_ms", "resources", "scenarios"};
 constexpr Keys kPowerKeys = {"base_mw", "per_request_mw", "per_rule_mw"};
-constexpr Keys kResourceKeys = {"opcode",      "path", "name", "default",
-                                "arbitration", "type", "range"};
+constexpr Keys kResourceKeys = {"opcode",      "path", "name",  "default",
+                                "arbitration", "type", "range", "lease_ms"};
 constexpr Keys kScenarioKeys = {"event", "action", "description", "resources"};
 constexpr Keys kClaimKeys = {"opcode", "path", "value"};
 
@@ -82,6 +83,7 @@ public:
             if (const Json::Value* power = member(root, "$", "power", false)) {
                 readPower(*power, "$.power");
             }
+            readLease(root, "$", &mConfig.mLeaseMs);
             // Resources first: scenarios are read against them wherever they stand.
             readResources(root);
             if (const Json::Value* list = member(root, "$", "scenarios", false)) {
@@ -173,6 +175,19 @@ private:
             } else {
                 report(*v, memberPath(path, f.key), "must be an integer from 0 to 2147483647");
             }
+        }
+    }
+
+    // A lease is a duration a request could also ask for: from 1 ms to the longest one.
+    void readLease(const Json::Value& node, const std::string& path, std::optional<int64_t>* out) {
+        const Json::Value* v = member(node, path, "lease_ms", false);
+        if (v == nullptr) return;
+        if (v->isInt64() && v->asInt64() >= 1 && v->asInt64() <= ServiceLimits::kMaxDurationMs) {
+            *out = v->asInt64();
+        } else {
+            report(*v, memberPath(path, "lease_ms"),
+                   "must be an integer from 1 to " + std::to_string(ServiceLimits::kMaxDurationMs) +
+                           " (ms)");
         }
     }
 
@@ -278,6 +293,7 @@ private:
             info.name = *name;
         }
         info.defaultValue = text(node, path, "default", false);
+        readLease(node, path, &info.leaseMs);
         // Values are judged only by rules that are themselves right; otherwise the one mistake
         // in the rules would be reported again at every value.
         const bool rulesKnown = readValueRules(node, path, &info);

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "RequestItemKey.h"
+#include "RequestLease.h"
 #include "ServiceWords.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
@@ -112,10 +113,11 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
 
     request.handle = mState.newHandle();
     request.watch = mHolders->watch(request.pid);
-    if (request.durationMs > 0) {
-        request.deadline =
-                request.made + std::chrono::milliseconds(
-                                       std::min(request.durationMs, ServiceLimits::kMaxDurationMs));
+    request.leaseMs = leaseFor(mState.config, request).value_or(0);
+    const int64_t holdMs = request.durationMs > 0 ? request.durationMs : request.leaseMs;
+    if (holdMs > 0) {
+        request.deadline = request.made + std::chrono::milliseconds(
+                                                  std::min(holdMs, ServiceLimits::kMaxDurationMs));
         mTimer->arm(request.handle, *request.deadline);
     }
     const int32_t handle = request.handle;
@@ -162,12 +164,14 @@ void RequestBook::onExpired(int32_t handle, ServiceClock::time_point deadline) {
     std::lock_guard<std::mutex> lock(mLock);
     auto it = mState.requests.find(handle);
     if (it == mState.requests.end() || it->second.deadline != deadline) return;
-    serviceLog(ANDROID_LOG_INFO, "expire handle %d after %" PRId64 " ms", handle,
-               it->second.durationMs);
-    mState.record("expire handle " + std::to_string(handle) + " after " +
-                  std::to_string(it->second.durationMs) + " ms");
+    const bool lease = it->second.leaseMs > 0;
+    const char* what = lease ? "lease" : "expire";
+    const int64_t ms = lease ? it->second.leaseMs : it->second.durationMs;
+    serviceLog(ANDROID_LOG_INFO, "%s handle %d after %" PRId64 " ms", what, handle, ms);
+    mState.record(std::string(what) + " handle " + std::to_string(handle) + " after " +
+                  std::to_string(ms) + " ms");
     ++mState.counters.expired;
-    endLocked(it, "expired");
+    endLocked(it, lease ? "lease" : "expired");
 }
 
 void RequestBook::endLocked(std::map<int32_t, Request>::iterator request, const char* how) {

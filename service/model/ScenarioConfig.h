@@ -51,6 +51,8 @@ struct ResourceInfo {
     ValueType type = ValueType::kInteger;
     // Integers only; none means any 64-bit value.
     std::optional<ValueRange> range;
+    // The longest a request made "until released" may hold this resource; none: no cap.
+    std::optional<int64_t> leaseMs;
 
     // Why `value` cannot be held by this resource, or nothing when it can.
     std::optional<std::string> problemWith(const std::string& value) const;
@@ -85,6 +87,8 @@ public:
     const std::vector<ResourceInfo>& resources() const { return mResources; }
     const std::map<int32_t, Scenario>& scenarios() const { return mScenarios; }
     const PowerModel& power() const { return mPower; }
+    // The longest any request made "until released" may hold; none: no cap.
+    std::optional<int64_t> leaseMs() const { return mLeaseMs; }
 
     const Scenario* scenarioFor(int32_t event) const;
     // The configured name of a resource, or its opcode or path when it has none.
@@ -101,6 +105,7 @@ private:
     std::map<ResourceKey, size_t> mByKey;
     std::map<int32_t, Scenario> mScenarios;
     PowerModel mPower;
+    std::optional<int64_t> mLeaseMs;
 };
 
 // Opcodes are written as text ("0x010108a0", or decimal); 0 and values past 32 bits are

@@ -43,6 +43,7 @@ struct Request {
     std::string package;
     std::string identity;
     int64_t durationMs = 0;
+    int64_t leaseMs = 0;  // above 0 when the configuration caps a request made until released
     pid_t pid = 0;
     uint64_t watch = 0;  // the holder watch's token for `pid`; 0 when it is not watched
     ServiceClock::time_point made;
