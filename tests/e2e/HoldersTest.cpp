@@ -163,7 +163,7 @@ TEST_F(HoldersTest, ValuesReturnToTheirDefaultsOnceEveryHolderIsGone) {
     ASSERT_EQ(PaxGetHistory(history), 0);
     std::map<int, int> begun, ended;
     const std::regex begin("acquire handle (\\d+) "),
-            end("(release|expire|holder gone) handle (\\d+)");
+            end("(release|expire|lease|holder gone) handle (\\d+)");
     for (std::sregex_iterator it(history.begin(), history.end(), begin), none; it != none; ++it) {
         ++begun[std::stoi((*it)[1])];
     }
