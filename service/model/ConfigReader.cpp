@@ -26,7 +26,8 @@ constexpr char kNoResource[] = "a configuration declares at least one resource";
 // The keys each kind of object may hold; anything else is a slip, named with the nearest.
 // Arrays of literals rather than vectors: nothing to construct before a reading.
 using Keys = std::initializer_list<const char*>;
-constexpr Keys kRootKeys = {"version", "power", "lease_ms", "resources", "scenarios"};
+constexpr Keys kRootKeys = {"version", "power", "lease_ms", "resources", "bounds", "scenarios"};
+constexpr Keys kBoundKeys = {"floor", "ceiling"};
 constexpr Keys kPowerKeys = {"base_mw", "per_request_mw", "per_rule_mw"};
 constexpr Keys kResourceKeys = {"opcode",      "path", "name",  "default",
                                 "arbitration", "type", "range", "lease_ms"};
@@ -84,8 +85,15 @@ public:
                 readPower(*power, "$.power");
             }
             readLease(root, "$", &mConfig.mLeaseMs);
-            // Resources first: scenarios are read against them wherever they stand.
+            // Resources first: bounds and scenarios are read against them wherever they stand.
             readResources(root);
+            if (const Json::Value* list = member(root, "$", "bounds", false)) {
+                if (array(*list, "$.bounds")) {
+                    for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
+                        readBound((*list)[i], elementPath("$.bounds", i));
+                    }
+                }
+            }
             if (const Json::Value* list = member(root, "$", "scenarios", false)) {
                 if (array(*list, "$.scenarios")) {
                     for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
@@ -326,6 +334,67 @@ private:
         }
     }
 
+    // One end of a bound: a declared integer resource, named by its name.
+    const ResourceInfo* readBoundEnd(const Json::Value& node, const std::string& path,
+                                     const char* key) {
+        const std::optional<std::string> name = text(node, path, key, true);
+        if (!name) return nullptr;
+        for (const ResourceInfo& info : mConfig.mResources) {
+            if (info.name != *name) continue;
+            if (info.type == ValueType::kInteger) return &info;
+            report(node[key], memberPath(path, key),
+                   "\"" + *name + "\" is not an integer resource");
+            return nullptr;
+        }
+        std::vector<std::string> names;
+        for (const ResourceInfo& info : mConfig.mResources) names.push_back(info.name);
+        report(node[key], memberPath(path, key),
+               "no resource named \"" + *name + "\"" + didYouMean(*name, names));
+        return nullptr;
+    }
+
+    void readBound(const Json::Value& node, const std::string& path) {
+        if (!object(node, path)) return;
+        unknownKeys(node, path, kBoundKeys);
+        const ResourceInfo* floor = readBoundEnd(node, path, "floor");
+        const ResourceInfo* ceiling = readBoundEnd(node, path, "ceiling");
+        if (floor == nullptr || ceiling == nullptr) return;
+        for (const auto& [otherFloor, otherCeiling] : mConfig.mBounds) {
+            for (const ResourceKey& taken : {otherFloor, otherCeiling}) {
+                for (const ResourceInfo* end : {floor, ceiling}) {
+                    if (end->key != taken) continue;
+                    report(node, path, "\"" + end->name + "\" is already in a bound");
+                    return;
+                }
+            }
+        }
+        if (floor->key == ceiling->key) {
+            report(node, path, "a resource cannot bound itself");
+            return;
+        }
+        mConfig.mBounds.emplace_back(floor->key, ceiling->key);
+    }
+
+    // A scenario that claims both ends of a bound asks for one knob's floor above its ceiling.
+    void checkBounds(const Json::Value& claims, const std::string& where,
+                     const std::map<ResourceKey, Json::ArrayIndex>& claimed,
+                     const Scenario& scenario) {
+        auto valueOf = [&](const ResourceKey& key) -> std::optional<int64_t> {
+            for (const auto& [k, v] : scenario.resources) {
+                if (k == key) return parseDecimal(v);
+            }
+            return std::nullopt;
+        };
+        for (const auto& [floor, ceiling] : mConfig.mBounds) {
+            const auto low = valueOf(floor), high = valueOf(ceiling);
+            if (!low || !high || *low <= *high) continue;
+            const Json::ArrayIndex at = claimed.at(floor);
+            report(claims[at]["value"], memberPath(elementPath(where, at), "value"),
+                   std::to_string(*low) + " exceeds " + mConfig.shortNameOf(ceiling) + " " +
+                           std::to_string(*high) + " claimed in the same scenario");
+        }
+    }
+
     void readScenario(const Json::Value& node, const std::string& path) {
         if (!object(node, path)) return;
         const size_t before = mFound.size();
@@ -356,6 +425,7 @@ private:
                 for (Json::ArrayIndex k = 0; k < claims->size(); ++k) {
                     readClaim((*claims)[k], where, k, &claimed, &scenario);
                 }
+                checkBounds(*claims, where, claimed, scenario);
             }
         }
         if (mFound.size() == before)

@@ -27,6 +27,25 @@ Json::Value keyJson(const ServiceState& state, const ResourceKey& key) {
     return json;
 }
 
+// A floor whose claims exceed its ceiling: both holders, and which one is in force.
+void markConflict(const ServiceState& state, const ResourceTable::Conflict& conflict, DumpTable* t,
+                  Json::Value* row) {
+    auto by = [](const std::optional<Holder>& holder) {
+        return holder ? holder->toString() : std::string("default");
+    };
+    t->lines.push_back("  ! floor " + conflict.floorClaimed + " (" + by(conflict.floorHolder) +
+                       ") exceeds ceiling " + state.labelOf(conflict.ceiling) + " = " +
+                       conflict.ceilingValue + " (" + by(conflict.ceilingHolder) +
+                       "): the ceiling wins");
+    Json::Value json;
+    json["floor_claimed"] = conflict.floorClaimed;
+    json["floor_holder"] = by(conflict.floorHolder);
+    json["ceiling"] = keyJson(state, conflict.ceiling);
+    json["ceiling_value"] = conflict.ceilingValue;
+    json["ceiling_holder"] = by(conflict.ceilingHolder);
+    (*row)["conflict"] = json;
+}
+
 DumpTable resourcesTable(const ServiceState& state) {
     DumpTable t{{}, {}, Json::Value(Json::arrayValue)};
     const auto inForce = state.table.inForce();
@@ -53,6 +72,8 @@ DumpTable resourcesTable(const ServiceState& state) {
             item["winner"] = wins;
             row["claims"].append(item);
         }
+        if (const auto conflict = state.table.conflictOn(key))
+            markConflict(state, *conflict, &t, &row);
         t.json.append(row);
     }
     return t;

@@ -68,9 +68,56 @@ const ResourceTable::Claim* ResourceTable::winnerIn(const ResourceKey& key,
     return winner;
 }
 
-std::optional<std::string> ResourceTable::valueIn(const ResourceKey& key, const Slot& slot) const {
+std::optional<std::string> ResourceTable::claimedIn(const ResourceKey& key,
+                                                    const Slot& slot) const {
     if (const Claim* winner = winnerIn(key, slot)) return winner->value;
     return slot.defaultValue;
+}
+
+std::optional<std::string> ResourceTable::valueIn(const ResourceKey& key, const Slot& slot) const {
+    std::optional<std::string> claimed = claimedIn(key, slot);
+    auto bound = mCeilingOf.find(key);
+    if (!claimed || bound == mCeilingOf.end()) return claimed;
+    auto ceilingSlot = mSlots.find(bound->second);
+    if (ceilingSlot == mSlots.end()) return claimed;
+    std::optional<std::string> ceiling = claimedIn(bound->second, ceilingSlot->second);
+    if (!ceiling) return claimed;
+    const auto floorValue = parseDecimal(*claimed), ceilingValue = parseDecimal(*ceiling);
+    return floorValue && ceilingValue && *floorValue > *ceilingValue ? ceiling : claimed;
+}
+
+void ResourceTable::noteBefore(const ResourceKey& key,
+                               std::map<ResourceKey, std::optional<std::string>>* before) const {
+    before->emplace(key, valueOf(key));
+    auto floors = mFloorsOf.equal_range(key);
+    for (auto it = floors.first; it != floors.second; ++it) {
+        before->emplace(it->second, valueOf(it->second));
+    }
+}
+
+void ResourceTable::setBound(const ResourceKey& floor, const ResourceKey& ceiling) {
+    mCeilingOf[floor] = ceiling;
+    mFloorsOf.emplace(ceiling, floor);
+}
+
+std::optional<ResourceTable::Conflict> ResourceTable::conflictOn(const ResourceKey& floor) const {
+    auto bound = mCeilingOf.find(floor);
+    if (bound == mCeilingOf.end()) return std::nullopt;
+    auto floorSlot = mSlots.find(floor), ceilingSlot = mSlots.find(bound->second);
+    if (floorSlot == mSlots.end() || ceilingSlot == mSlots.end()) return std::nullopt;
+    const auto claimed = claimedIn(floor, floorSlot->second);
+    const auto ceiling = claimedIn(bound->second, ceilingSlot->second);
+    if (!claimed || !ceiling) return std::nullopt;
+    const auto floorValue = parseDecimal(*claimed), ceilingValue = parseDecimal(*ceiling);
+    if (!floorValue || !ceilingValue || *floorValue <= *ceilingValue) return std::nullopt;
+    Conflict conflict{bound->second, *claimed, std::nullopt, *ceiling, std::nullopt};
+    if (const Claim* winner = winnerIn(floor, floorSlot->second)) {
+        conflict.floorHolder = winner->holder;
+    }
+    if (const Claim* winner = winnerIn(bound->second, ceilingSlot->second)) {
+        conflict.ceilingHolder = winner->holder;
+    }
+    return conflict;
 }
 
 void ResourceTable::withdraw(const Holder& holder,
@@ -80,7 +127,7 @@ void ResourceTable::withdraw(const Holder& holder,
     for (const ResourceKey& key : held->second) {
         auto slot = mSlots.find(key);
         if (slot == mSlots.end()) continue;
-        before->emplace(key, valueIn(key, slot->second));
+        noteBefore(key, before);
         auto& claims = slot->second.claims;
         for (auto it = claims.begin(); it != claims.end();) {
             it = it->holder == holder ? claims.erase(it) : it + 1;
@@ -122,9 +169,8 @@ std::vector<Change> ResourceTable::hold(const Holder& holder, const Values& valu
     if (order.empty()) return diff(before);
 
     for (const ResourceKey& key : order) {
-        Slot& slot = mSlots[key];
-        before.emplace(key, valueIn(key, slot));
-        slot.claims.push_back(Claim{holder, *latest[key]});
+        noteBefore(key, &before);
+        mSlots[key].claims.push_back(Claim{holder, *latest[key]});
     }
     mHeld[holder] = std::move(order);
     return diff(before);

@@ -88,6 +88,21 @@ public:
     // Every claim on a resource, oldest first.
     std::vector<Claim> claimsOf(const ResourceKey& key) const;
 
+    // `floor` and `ceiling` bound one knob: the floor in force never exceeds the ceiling in
+    // force. When the claims would have it so, the ceiling wins and the floor takes its value:
+    // the ceiling is what keeps the part within its thermal and power limits, and the kernel
+    // refuses a frequency floor above its ceiling anyway.
+    void setBound(const ResourceKey& floor, const ResourceKey& ceiling);
+    struct Conflict {
+        ResourceKey ceiling;
+        std::string floorClaimed;
+        std::optional<Holder> floorHolder;  // none: the floor's default
+        std::string ceilingValue;
+        std::optional<Holder> ceilingHolder;  // none: the ceiling's default
+    };
+    // What the floor would be without its ceiling, when that exceeds the ceiling.
+    std::optional<Conflict> conflictOn(const ResourceKey& floor) const;
+
     // Every resource that has a value now, in key order.
     std::vector<std::pair<ResourceKey, std::string>> inForce() const;
     // Every resource that is claimed now or has a default, in key order. A resource that
@@ -102,7 +117,12 @@ private:
 
     // The claim in force, or none when nobody holds the resource.
     const Claim* winnerIn(const ResourceKey& key, const Slot& slot) const;
+    // The winning claim's value, or the default, before any bound.
+    std::optional<std::string> claimedIn(const ResourceKey& key, const Slot& slot) const;
     std::optional<std::string> valueIn(const ResourceKey& key, const Slot& slot) const;
+    // Notes the value in force of `key`, and of the floors it bounds, before a change.
+    void noteBefore(const ResourceKey& key,
+                    std::map<ResourceKey, std::optional<std::string>>* before) const;
     // Removes the claims of `holder`, noting the value in force of each touched slot before.
     void withdraw(const Holder& holder, std::map<ResourceKey, std::optional<std::string>>* before);
     std::vector<Change> diff(const std::map<ResourceKey, std::optional<std::string>>& before);
@@ -111,6 +131,8 @@ private:
     std::map<Holder, std::vector<ResourceKey>> mHeld;
     // Apart from the slots: a slot goes when its last claim does, its rule stays.
     std::map<ResourceKey, Arbitration> mArbitration;
+    std::map<ResourceKey, ResourceKey> mCeilingOf;      // by floor
+    std::multimap<ResourceKey, ResourceKey> mFloorsOf;  // by ceiling
 };
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -89,6 +89,8 @@ public:
     const PowerModel& power() const { return mPower; }
     // The longest any request made "until released" may hold; none: no cap.
     std::optional<int64_t> leaseMs() const { return mLeaseMs; }
+    // Pairs of (floor, ceiling) that bound one knob.
+    const std::vector<std::pair<ResourceKey, ResourceKey>>& bounds() const { return mBounds; }
 
     const Scenario* scenarioFor(int32_t event) const;
     // The configured name of a resource, or its opcode or path when it has none.
@@ -106,6 +108,7 @@ private:
     std::map<int32_t, Scenario> mScenarios;
     PowerModel mPower;
     std::optional<int64_t> mLeaseMs;
+    std::vector<std::pair<ResourceKey, ResourceKey>> mBounds;
 };
 
 // Opcodes are written as text ("0x010108a0", or decimal); 0 and values past 32 bits are

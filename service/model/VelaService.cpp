@@ -26,6 +26,9 @@ VelaService::VelaService(Options options)
         if (info.defaultValue) mState.table.setDefault(info.key, *info.defaultValue);
         mState.table.setArbitration(info.key, info.arbitration);
     }
+    for (const auto& [floor, ceiling] : mState.config.bounds()) {
+        mState.table.setBound(floor, ceiling);
+    }
     mState.properties[kPowerModeProperty] = "0";
     if (!options.sysfsRoot.empty()) {
         mState.mirror = std::make_unique<SysfsMirror>(options.sysfsRoot);
