@@ -1,5 +1,9 @@
-// What the configuration bounds a hold by: a lease on requests made until released.
+// What the configuration bounds a hold by: a lease on requests made until released, and a
+// ceiling that a floor of the same knob cannot exceed.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 #include "ServiceFixture.h"
 #include "Waiter.h"
@@ -40,6 +44,65 @@ TEST_F(HoldLimitsTest, ALeaseEndsARequestMadeUntilReleasedAndOnlyThat) {
                                                        " after 50 ms") != std::string::npos;
     }
     EXPECT_TRUE(seen);
+}
+
+// The shipped configuration pairs cpu.big.freq_min (default 710400) with cpu.big.freq_max
+// (default 2803200): a floor above the ceiling in force takes the ceiling's value until one
+// of them goes, and dumpsys names both holders.
+TEST_F(HoldLimitsTest, AFloorAboveItsCeilingGetsTheCeiling) {
+    constexpr uint32_t kBigCeiling = 0x010100b0;
+    auto listener = ::ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t listening = -1;
+    ASSERT_TRUE(service->resListeningRegister(parcel(kKindControl, {item(kBigFloor)}), listener,
+                                              &listening)
+                        .isOk());
+    const int32_t ceiling = control({item(kBigCeiling, "1500000")});
+    const int32_t floor = control({item(kBigFloor, "2000000")});
+    EXPECT_EQ(value(kBigFloor), "1500000");
+
+    std::string dump;
+    {
+        char path[] = "/tmp/bounds-dump-XXXXXX";
+        const int fd = mkstemp(path);
+        ASSERT_GE(fd, 0);
+        const char* args[] = {"resources"};
+        EXPECT_EQ(service->dump(fd, args, 1), STATUS_OK);
+        lseek(fd, 0, SEEK_SET);
+        char buffer[65536];
+        const ssize_t n = read(fd, buffer, sizeof(buffer));
+        dump.assign(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+        close(fd);
+        unlink(path);
+    }
+    EXPECT_NE(dump.find("! floor 2000000 (request " + std::to_string(floor) +
+                        ") exceeds ceiling 0x010100b0 cpu.big.freq_max = 1500000 (request " +
+                        std::to_string(ceiling) + "): the ceiling wins"),
+              std::string::npos)
+            << dump;
+
+    EXPECT_EQ(release(ceiling), kResultOk);
+    EXPECT_EQ(value(kBigFloor), "2000000");
+    EXPECT_EQ(release(floor), kResultOk);
+    EXPECT_EQ(value(kBigFloor), "710400");
+    service->waitForDeliveries();
+    const std::string big = std::to_string(kBigFloor) + ":";
+    EXPECT_EQ(listener->calls(), (Texts{big + "1500000", big + "2000000", big + "710400"}));
+}
+
+// The verifier refuses a scenario that claims a floor above its own ceiling.
+TEST(HoldLimitsConfigTest, AScenarioMayNotClaimAFloorAboveItsOwnCeiling) {
+    std::string error;
+    EXPECT_FALSE(ScenarioConfig::parse(R"({"resources": [
+        {"opcode": "0x1", "name": "a.freq_min", "type": "integer"},
+        {"opcode": "0x2", "name": "a.freq_max", "type": "integer"}],
+      "bounds": [{"floor": "a.freq_min", "ceiling": "a.freq_max"}],
+      "scenarios": [{"event": 0, "action": "ACTION_LAUNCH", "resources": [
+        {"opcode": "0x2", "value": "10"}, {"opcode": "0x1", "value": "20"}]}]})",
+                                       &error));
+    EXPECT_NE(error.find("$.scenarios[0].resources[1].value: 20 exceeds a.freq_max 10 claimed in "
+                         "the same scenario"),
+              std::string::npos)
+            << error;
 }
 
 }  // namespace
