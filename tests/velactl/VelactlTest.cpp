@@ -289,7 +289,7 @@ TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
     ASSERT_TRUE(top.shows("0x01010010 cpu.little.freq_min = 300000\x1b[K")) << top.drawn;
     EXPECT_FALSE(top.typedAtOnce());
 
-    const Outcome acquired = velactl({"--json", "acquire", "launch"});
+    const Outcome acquired = velactl({"--json", "acquire", "launch", "-d", "600000"});
     Json::Value doc;
     ASSERT_TRUE(Json::Reader().parse(acquired.out, doc)) << acquired;
     EXPECT_TRUE(top.shows("cpu.little.freq_min = 1804800")) << top.drawn;

@@ -1,9 +1,11 @@
 #include "Commands.h"
 
+#include <algorithm>
 #include <iostream>
 #include <optional>
 
 #include "Embedded.h"
+#include "Hold.h"
 #include "ResourceArgs.h"
 #include "ServiceWatch.h"
 #include "ToolCommands.h"
@@ -72,6 +74,18 @@ int Commands::execute(std::vector<std::string> args) {
     }
     const std::string name = args.empty() ? "" : args[0];
     std::reverse(args.begin(), args.end());
+    // A holding command runs what follows `--` for as long as its request holds; elsewhere
+    // `--` keeps the meaning the parser gives it.
+    mCtx.heldCommand.clear();
+    if (const auto dashes = std::find(args.begin(), args.end(), "--");
+        dashes != args.end() && holdsRequests(name)) {
+        mCtx.heldCommand.assign(dashes + 1, args.end());
+        args.erase(dashes, args.end());
+        if (mCtx.heldCommand.empty()) {
+            mCtx.out.error(name + ": nothing to run after -- (velactl " + name + " --help)");
+            return kExitUsage;
+        }
+    }
     try {
         mApp.parse(args);
     } catch (const CLI::CallForHelp&) {

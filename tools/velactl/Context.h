@@ -48,6 +48,8 @@ struct Context {
     // as $handle and $listener.
     int32_t lastHandle = 0;
     int32_t lastListener = 0;
+    // What followed `--` on a holding command's line (Hold.h): run while the request holds.
+    std::vector<std::string> heldCommand;
 
     // Counts callbacks printed so far, for `await`.
     void callbackHeard();

@@ -94,6 +94,8 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
             g->rest.insert(g->rest.end(), args.begin() + i + 1, args.end());
             break;
         } else if (word == "--json") {
+            // After the command's own words it stays: a holding command runs what follows.
+            if (!g->rest.empty()) g->rest.push_back(word);
             g->json = true;
         } else if (word == "--verbose") {
             ++g->louder;
