@@ -41,7 +41,10 @@ const char kUsage[] =
         "  -h, --help        show this help; COMMAND --help shows a command's own\n"
         "  --version         show the version\n"
         "\n"
-        "Numbers are decimal, or hexadecimal after 0x.\n"
+        "Numbers are decimal, or hexadecimal after 0x; so are the values of resources the\n"
+        "service declares as integers (velactl sends them in decimal). Resource names are the\n"
+        "service's own (its dumpsys declared table), or --config's, or with --embedded the\n"
+        "built-in configuration's.\n"
         "\n"
         "Commands:\n";
 
