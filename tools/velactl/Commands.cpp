@@ -7,6 +7,7 @@
 #include "Embedded.h"
 #include "Hold.h"
 #include "ResourceArgs.h"
+#include "ServiceNames.h"
 #include "ServiceWatch.h"
 #include "ToolCommands.h"
 
@@ -73,7 +74,6 @@ int Commands::execute(std::vector<std::string> args) {
         }
     }
     const std::string name = args.empty() ? "" : args[0];
-    std::reverse(args.begin(), args.end());
     // A holding command runs what follows `--` for as long as its request holds; elsewhere
     // `--` keeps the meaning the parser gives it.
     mCtx.heldCommand.clear();
@@ -86,6 +86,7 @@ int Commands::execute(std::vector<std::string> args) {
             return kExitUsage;
         }
     }
+    std::reverse(args.begin(), args.end());
     try {
         mApp.parse(args);
     } catch (const CLI::CallForHelp&) {
@@ -112,6 +113,7 @@ int Commands::execute(std::vector<std::string> args) {
             if (it->second.needs == Needs::kService && !mCtx.embedded) {
                 if (int rc = requireService(mCtx); rc != kExitOk) return rc;
                 notice.emplace(mCtx);
+                useServiceNames(mCtx);
             }
             clearServiceLines();
             return it->second.run();

@@ -50,6 +50,9 @@ struct Context {
     int32_t lastListener = 0;
     // What followed `--` on a holding command's line (Hold.h): run while the request holds.
     std::vector<std::string> heldCommand;
+    // The resource names are the ones to use: --config's, the embedded service's, or read
+    // from the service (ServiceNames.h).
+    bool namesSettled = false;
 
     // Counts callbacks printed so far, for `await`.
     void callbackHeard();

@@ -94,11 +94,11 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
             return true;
         };
         if (word == "--") {
+            // After the command's own words it stays: a holding command runs what follows.
+            if (!g->rest.empty()) g->rest.push_back(word);
             g->rest.insert(g->rest.end(), args.begin() + i + 1, args.end());
             break;
         } else if (word == "--json") {
-            // After the command's own words it stays: a holding command runs what follows.
-            if (!g->rest.empty()) g->rest.push_back(word);
             g->json = true;
         } else if (word == "--verbose") {
             ++g->louder;
@@ -157,6 +157,7 @@ int main(int argc, char** argv) {
             finish(ctx, access(g.configFile.c_str(), R_OK) != 0 ? kExitNoInput : kExitData);
         }
         ctx.config = std::move(*config);
+        ctx.namesSettled = true;  // the user's word over the service's
     }
     if (!g.sysfsRoot.empty() && !g.embedded) {
         ctx.out.error("--sysfs-root is for the embedded service: add --embedded");
@@ -188,6 +189,7 @@ int main(int argc, char** argv) {
 
     ABinderProcess_startThreadPool();  // callbacks and death notices need binder threads
     if (g.embedded) {
+        ctx.namesSettled = true;  // the service is velactl's own, with velactl's configuration
         aidl::vendor::norvo::hardware::vela::impl::VelaService::Options options;
         options.config = ctx.config;
         options.sysfsRoot = g.sysfsRoot;
