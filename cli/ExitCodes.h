@@ -13,6 +13,7 @@ enum Code : int {
     kNoInput = 66,       // a file named on the command line cannot be opened
     kUnavailable = 69,   // the service is not running, or went away
     kSoftware = 70,      // an internal error
+    kCannotRun = 127,    // the command velactl was to hold a request for cannot be started
     kInterrupted = 130,  // stopped by SIGINT (Ctrl-C)
 };
 
@@ -27,6 +28,7 @@ inline constexpr const char kTable[] =
         "  66   a file cannot be opened: an input, or a --trace output\n"
         "  69   the service is not running, or went away\n"
         "  70   internal error\n"
+        "  127  the command after -- cannot be started (otherwise its own status is passed on)\n"
         "  130  interrupted (Ctrl-C)\n";
 
 }  // namespace vela_exit

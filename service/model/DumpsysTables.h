@@ -15,7 +15,17 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
-enum class DumpsysTable { kResources, kRequests, kListeners, kRules, kHistory, kProperties };
+enum class DumpsysTable {
+    kResources,
+    kRequests,
+    kListeners,
+    kRules,
+    kHistory,
+    kProperties,
+    kRefusals,
+    kWhy,
+    kDeclared,
+};
 
 struct DumpsysTableName {
     DumpsysTable table;
@@ -31,9 +41,17 @@ inline constexpr DumpsysTableName kDumpsysTables[] = {
         {DumpsysTable::kRules, "rules", "rules that are on, with their resources"},
         {DumpsysTable::kHistory, "history", "the history records (unasked: only when recording)"},
         {DumpsysTable::kProperties, "properties", "properties that have been set"},
+        {DumpsysTable::kRefusals, "refusals",
+         "the recent refusals: when, the caller's pid, the call and the reason"},
+        {DumpsysTable::kWhy, "why",
+         "each resource's value, its holders (process, since, until) and its last changes with "
+         "their causes (only when named)"},
+        {DumpsysTable::kDeclared, "declared",
+         "the resources the configuration declares: name, type, range, rule, default (only when "
+         "named)"},
 };
 inline constexpr size_t kDumpsysTableCount = sizeof(kDumpsysTables) / sizeof(kDumpsysTables[0]);
-static_assert(kDumpsysTableCount == static_cast<size_t>(DumpsysTable::kProperties) + 1,
+static_assert(kDumpsysTableCount == static_cast<size_t>(DumpsysTable::kDeclared) + 1,
               "every table has exactly one name");
 constexpr bool dumpsysTablesInOrder() {
     for (size_t i = 0; i < kDumpsysTableCount; ++i) {
@@ -51,6 +69,10 @@ struct DumpTable {
     // The title and the lines, indented under it, a line each.
     std::string text() const;
 };
+
+// Whether a dump that names no table shows it: history only while recording; why and declared,
+// long and for tools, only when named.
+bool shownUnasked(const ServiceState& state, DumpsysTable table);
 
 // Needs the service lock: it reads the state.
 DumpTable buildDumpsysTable(const ServiceState& state, DumpsysTable table);

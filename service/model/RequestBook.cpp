@@ -138,6 +138,7 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
         }
         mListeners.answerLocked(parcel.callback, std::move(answer));
     }
+    mState.changeLog.setCause(ChangeCause::kAcquire, holderWords(mState, request));
     mState.requests.emplace(handle, std::move(request));
     publishLocked(changes);
     return handle;
@@ -178,6 +179,7 @@ void RequestBook::endLocked(std::map<int32_t, Request>::iterator request, const 
     std::vector<Change> changes = mState.table.drop(Holder::request(request->first));
     mHolders->unwatch(request->second.watch);
     if (mState.trace) mState.trace->end(request->first, how);
+    mState.changeLog.setCause(causeOfEnd(how), holderWords(mState, request->second));
     mState.requests.erase(request);
     publishLocked(changes);
 }
@@ -214,6 +216,7 @@ int32_t RequestBook::ruleLocked(int32_t ruleId, int32_t status,
         serviceLog(ANDROID_LOG_INFO, "rule %d off (was not on)", ruleId);
     }
     if (!what.empty()) {
+        mState.changeLog.setCause(ChangeCause::kRule, what);
         mState.record(what);
         if (mState.trace) mState.trace->instant("rule", what, {});
     }
@@ -222,6 +225,7 @@ int32_t RequestBook::ruleLocked(int32_t ruleId, int32_t status,
 }
 
 void RequestBook::publishLocked(const std::vector<Change>& changes) {
+    mState.changeLog.record(changes);
     if (changes.empty()) return;
     // Written under the lock on purpose: the files (and the timeline) must change in the order
     // the values did.

@@ -63,7 +63,7 @@ std::optional<DumpsysRequest> parseDumpsysArgs(const char** args, uint32_t numAr
 std::string dumpsysHelp() {
     std::string text =
             "dumpsys [--json] [TABLE...]: the service's tables, every one (history only while "
-            "recording) when none is named\n";
+            "recording, why and declared only when named) when none is named\n";
     for (const DumpsysTableName& row : kDumpsysTables) {
         std::string name = row.name;
         name.resize(std::max<size_t>(name.size(), 12), ' ');
@@ -77,8 +77,8 @@ std::string dumpsysTextLocked(const ServiceState& state, const DumpsysRequest& r
     std::string text;
     Json::Value json(Json::objectValue);
     for (const DumpsysTableName& row : kDumpsysTables) {
-        const bool wanted = request.named ? request.tables[index(row.table)]
-                                          : row.table != DumpsysTable::kHistory || state.recording;
+        const bool wanted =
+                request.named ? request.tables[index(row.table)] : shownUnasked(state, row.table);
         if (!wanted) continue;
         DumpTable table = buildDumpsysTable(state, row.table);
         text += table.text();

@@ -1,5 +1,6 @@
 #include "ServiceState.h"
 
+#include <android/binder_ibinder.h>
 #include <android/log.h>
 
 #include <algorithm>
@@ -65,6 +66,7 @@ void ServiceState::record(std::string text) {
 int32_t ServiceState::reject(int32_t result, const std::string& why) {
     ++counters.rejected;
     serviceLog(ANDROID_LOG_ERROR, "refused (%s, %d): %s", resultName(result), result, why.c_str());
+    refusals.add(AIBinder_getCallingPid(), result, why);
     return result;
 }
 

@@ -23,6 +23,8 @@
 #include <string>
 #include <vector>
 
+#include "ChangeLog.h"
+#include "RefusalLog.h"
 #include "ResourceTable.h"
 #include "ScenarioConfig.h"
 #include "ServiceLimits.h"
@@ -102,6 +104,10 @@ public:
     bool recording = false;
     int32_t thermalSequence = 0;
     ServiceStats counters;
+    // The recent refusals, with their reasons, for the callers' tools (dumpsys refusals).
+    RefusalLog refusals;
+    // What changed each value in force lately, and why (dumpsys why).
+    ChangeLog changeLog;
 
     // Handles of requests and listeners share one space, so that no handle means two things.
     int32_t newHandle();

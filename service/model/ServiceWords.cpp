@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <ctime>
 #include <sstream>
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
@@ -36,6 +38,18 @@ int64_t msLeft(ServiceClock::time_point deadline, ServiceClock::time_point now) 
             0, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count());
 }
 
+std::string timeOfDay(std::chrono::system_clock::time_point when) {
+    const time_t seconds = std::chrono::system_clock::to_time_t(when);
+    const auto ms =
+            std::chrono::duration_cast<std::chrono::milliseconds>(when.time_since_epoch()) % 1000;
+    struct tm parts {};
+    localtime_r(&seconds, &parts);
+    char text[32];
+    snprintf(text, sizeof(text), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
+             static_cast<int>(ms.count()));
+    return text;
+}
+
 const std::string* actionOf(const ServiceState& state, const Request& request) {
     if (!request.event) return nullptr;
     const Scenario* scenario = state.config.scenarioFor(*request.event);
@@ -63,6 +77,13 @@ std::string describeRequest(const ServiceState& state, const Request& request) {
     }
     text << ", " << counted(request.resources.size(), "resource");
     return text.str();
+}
+
+std::string holderWords(const ServiceState& state, const Request& request) {
+    std::string words = "request " + std::to_string(request.handle) + " " +
+                        requestWhat(state, request) + " pid " + std::to_string(request.pid);
+    if (!request.package.empty()) words += " pkg " + request.package;
+    return words;
 }
 
 std::string requestTitle(const ServiceState& state, const Request& request) {

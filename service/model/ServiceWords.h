@@ -3,6 +3,7 @@
 // counted nouns, the time left, and the names on the timeline.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@ const char* requestKindName(int32_t kind);
 std::string orNone(const std::string& text);
 std::string counted(size_t n, const char* noun);
 int64_t msLeft(ServiceClock::time_point deadline, ServiceClock::time_point now);
+// The local time of day of a moment, to the millisecond: "14:03:07.250".
+std::string timeOfDay(std::chrono::system_clock::time_point when);
 
 // The action configured for a request's event, or null (no event, or none configured).
 const std::string* actionOf(const ServiceState& state, const Request& request);
@@ -29,6 +32,9 @@ std::string requestWhat(const ServiceState& state, const Request& request);
 
 // "handle 3 event 0 (ACTION_LAUNCH) pkg none identity none pid 12 until released, 6 resources"
 std::string describeRequest(const ServiceState& state, const Request& request);
+
+// Who holds a request, for the change log: "request 3 event 0 (ACTION_LAUNCH) pid 12 pkg x".
+std::string holderWords(const ServiceState& state, const Request& request);
 
 // The timeline's words: a request's slice title and arguments, a resource's counter track.
 std::string requestTitle(const ServiceState& state, const Request& request);

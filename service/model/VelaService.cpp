@@ -61,6 +61,7 @@ VelaService::~VelaService() = default;
 }
 
 ::ndk::ScopedAStatus VelaService::resCtlRequest(const VelaRequestParcel& request, int32_t* out) {
+    ServingCall serving("resCtlRequest");
     std::vector<std::string> dump;
     {
         std::lock_guard<std::mutex> lock(mLock);
@@ -99,6 +100,7 @@ int32_t VelaService::controlLocked(const VelaRequestParcel& request,
 }
 
 ::ndk::ScopedAStatus VelaService::resCtlRelease(int32_t handle, int32_t* out) {
+    ServingCall serving("resCtlRelease");
     std::lock_guard<std::mutex> lock(mLock);
     *out = mRequests.releaseLocked(handle, "release");
     return ::ndk::ScopedAStatus::ok();
@@ -106,6 +108,7 @@ int32_t VelaService::controlLocked(const VelaRequestParcel& request,
 
 ::ndk::ScopedAStatus VelaService::ruleCtl(int32_t ruleId, int32_t status,
                                           const std::vector<VelaRequestData>& items, int32_t* out) {
+    ServingCall serving("ruleCtl");
     std::lock_guard<std::mutex> lock(mLock);
     *out = mRequests.ruleLocked(ruleId, status, items);
     return ::ndk::ScopedAStatus::ok();
@@ -190,6 +193,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 
 ::ndk::ScopedAStatus VelaService::resStateRequest(const VelaRequestParcel& request,
                                                   std::vector<VelaRequestData>* out) {
+    ServingCall serving("resStateRequest");
     std::lock_guard<std::mutex> lock(mLock);
     return stateLocked(request, out);
 }
@@ -288,6 +292,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 
 ::ndk::ScopedAStatus VelaService::propertySet(const std::string& key, const std::string& value,
                                               int32_t* out) {
+    ServingCall serving("propertySet");
     std::lock_guard<std::mutex> lock(mLock);
     if (!isWritablePropertyKey(key)) {
         *out = mState.reject(kResultBadRequest,
@@ -314,6 +319,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 ::ndk::ScopedAStatus VelaService::resListeningRegister(
         const VelaRequestParcel& request, const std::shared_ptr<IVelaCallback>& callback,
         int32_t* out) {
+    ServingCall serving("resListeningRegister");
     Listener listener;
     listener.callback = callback;
     std::string why;
@@ -337,6 +343,7 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
 ::ndk::ScopedAStatus VelaService::thermalListeningRegister(
         const std::vector<int32_t>& ids, const std::shared_ptr<IVelaCallback>& callback,
         int32_t* out) {
+    ServingCall serving("thermalListeningRegister");
     Listener listener;
     listener.thermal = true;
     listener.callback = callback;
@@ -357,11 +364,13 @@ int32_t VelaService::registerListener(Listener listener, const char* what,
 }
 
 ::ndk::ScopedAStatus VelaService::resListeningUnregister(int32_t handle, int32_t* out) {
+    ServingCall serving("resListeningUnregister");
     *out = mListeners.remove(handle, false, "resListeningUnregister");
     return ::ndk::ScopedAStatus::ok();
 }
 
 ::ndk::ScopedAStatus VelaService::thermalListeningUnregister(int32_t handle, int32_t* out) {
+    ServingCall serving("thermalListeningUnregister");
     *out = mListeners.remove(handle, true, "thermalListeningUnregister");
     return ::ndk::ScopedAStatus::ok();
 }

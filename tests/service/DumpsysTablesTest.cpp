@@ -122,6 +122,9 @@ TEST_F(DumpsysTablesTest, TablesAreChosenByNameAndHistoryOnlyWhileRecording) {
     EXPECT_EQ(dumpsys({}).text.find("history ("), std::string::npos);
     diagnostic(kHistoryOn);
     EXPECT_NE(dumpsys({}).text.find("history (0 records, recording on):"), std::string::npos);
+    // The tools' tables show only when named.
+    EXPECT_EQ(dumpsys({}).text.find("why ("), std::string::npos);
+    EXPECT_EQ(dumpsys({}).text.find("declared ("), std::string::npos);
 
     const Json::Value json = dumpsysJson({"rules", "properties"});
     EXPECT_EQ(json.getMemberNames(), (std::vector<std::string>{"properties", "rules"}));
@@ -131,7 +134,7 @@ TEST_F(DumpsysTablesTest, TablesAreChosenByNameAndHistoryOnlyWhileRecording) {
     EXPECT_EQ(unknown.status, STATUS_BAD_VALUE);
     EXPECT_EQ(unknown.text,
               "dumpsys: unknown table 'claims'; tables: resources requests listeners rules "
-              "history properties (and --json, -h)\n");
+              "history properties refusals why declared (and --json, -h)\n");
     const Answer help = dumpsys({"-h"});
     EXPECT_EQ(help.status, STATUS_OK);
     EXPECT_NE(help.text.find("  listeners   resource and thermal listeners\n"), std::string::npos);

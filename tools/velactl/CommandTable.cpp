@@ -21,6 +21,7 @@
 #include "StateCommands.h"
 #include "ToolCommands.h"
 #include "TopCommand.h"
+#include "WhyCommand.h"
 #include "WrapperCommands.h"
 
 namespace velactl {
@@ -75,6 +76,9 @@ const CommandDef kCommands[] = {
     {"dumpsys", "the service's tables (resources and their claims, requests, listeners, rules, "
                 "history, properties) as it writes them for dumpsys",
      kService, kAnywhere, attach<bindDumpsys, runDumpsys>},
+    {"why", "who holds each resource (process, package, action, handle, since, until) and what "
+            "changed it lately, and why (the service's dumpsys why)",
+     kService, kAnywhere, attach<bindWhy, runWhy>},
     {"history", "history recording on/off (velaHistoryRequestRecordOn/Off) or get "
                 "(PaxGetHistory)",
      kService, kAnywhere, attach<bindHistory, runHistory>},

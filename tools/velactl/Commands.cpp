@@ -1,10 +1,13 @@
 #include "Commands.h"
 
+#include <algorithm>
 #include <iostream>
 #include <optional>
 
 #include "Embedded.h"
+#include "Hold.h"
 #include "ResourceArgs.h"
+#include "ServiceNames.h"
 #include "ServiceWatch.h"
 #include "ToolCommands.h"
 
@@ -71,6 +74,18 @@ int Commands::execute(std::vector<std::string> args) {
         }
     }
     const std::string name = args.empty() ? "" : args[0];
+    // A holding command runs what follows `--` for as long as its request holds; elsewhere
+    // `--` keeps the meaning the parser gives it.
+    mCtx.heldCommand.clear();
+    if (const auto dashes = std::find(args.begin(), args.end(), "--");
+        dashes != args.end() && holdsRequests(name)) {
+        mCtx.heldCommand.assign(dashes + 1, args.end());
+        args.erase(dashes, args.end());
+        if (mCtx.heldCommand.empty()) {
+            mCtx.out.error(name + ": nothing to run after -- (velactl " + name + " --help)");
+            return kExitUsage;
+        }
+    }
     std::reverse(args.begin(), args.end());
     try {
         mApp.parse(args);
@@ -98,6 +113,7 @@ int Commands::execute(std::vector<std::string> args) {
             if (it->second.needs == Needs::kService && !mCtx.embedded) {
                 if (int rc = requireService(mCtx); rc != kExitOk) return rc;
                 notice.emplace(mCtx);
+                useServiceNames(mCtx);
             }
             clearServiceLines();
             return it->second.run();

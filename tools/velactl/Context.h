@@ -48,6 +48,11 @@ struct Context {
     // as $handle and $listener.
     int32_t lastHandle = 0;
     int32_t lastListener = 0;
+    // What followed `--` on a holding command's line (Hold.h): run while the request holds.
+    std::vector<std::string> heldCommand;
+    // The resource names are the ones to use: --config's, the embedded service's, or read
+    // from the service (ServiceNames.h).
+    bool namesSettled = false;
 
     // Counts callbacks printed so far, for `await`.
     void callbackHeard();

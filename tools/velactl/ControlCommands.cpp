@@ -3,6 +3,7 @@
 #include <PaxEvent.h>
 #include <velaHalclient.h>
 
+#include "Hold.h"
 #include "Limits.h"
 #include "NumberOptions.h"
 #include "Reporting.h"
@@ -10,8 +11,10 @@
 namespace velactl {
 
 void addDuration(CLI::App& app, int32_t& durationMs) {
-    addNumber(app, "-d,--duration", durationMs, "how long it holds, in ms (0: until released)",
+    addNumber(app, "-d,--duration", durationMs,
+              "how long it holds, in ms (0: while velactl or the command after -- runs)",
               kDurationMs, "MS");
+    app.footer(kHoldHelp);
 }
 
 void addCallback(CLI::App& app, bool& callback, int32_t& timeoutMs) {
@@ -62,7 +65,11 @@ int runRequest(Context& ctx, RequestOptions& o) {
                             : velaHalclient::vela_resctl_request_by_path(-1, duration, pathList,
                                                                          valueList, -1, 0, 0);
     }
-    return finishRequest(ctx, "request", handle, *printer, o.callback, o.timeoutMs);
+    if (int rc = finishRequest(ctx, "request", handle, *printer, o.callback, o.timeoutMs);
+        rc != kExitOk) {
+        return rc;
+    }
+    return holdRequest(ctx, handle, duration);
 }
 
 void bindSaRequest(CLI::App& app, SaRequestOptions& o) {
@@ -78,7 +85,11 @@ int runSaRequest(Context& ctx, SaRequestOptions& o) {
     const int32_t handle =
             o.callback ? velaHalclient::velaSACtlRequest(-1, duration, id, -1, 0, 0, printer)
                        : velaHalclient::velaSACtlRequest(-1, duration, id, -1, 0, 0);
-    return finishRequest(ctx, "sa-request", handle, *printer, o.callback, o.timeoutMs);
+    if (int rc = finishRequest(ctx, "sa-request", handle, *printer, o.callback, o.timeoutMs);
+        rc != kExitOk) {
+        return rc;
+    }
+    return holdRequest(ctx, handle, duration);
 }
 
 void bindResAcquire(CLI::App& app, ResAcquireOptions& o) {
@@ -93,7 +104,8 @@ int runResAcquire(Context& ctx, ResAcquireOptions& o) {
     auto resources =
             toVector(parseResources(o.resources, ctx.config, ValueRule::kRequired), "res-acquire");
     const int32_t handle = PaxResAcquire(resources, nullptr, o.identity, o.durationMs);
-    return reportHandle(ctx, "res-acquire", handle);
+    if (int rc = reportHandle(ctx, "res-acquire", handle); rc != kExitOk) return rc;
+    return holdRequest(ctx, handle, o.durationMs);
 }
 
 void bindPlatformAcquire(CLI::App& app, ResAcquireOptions& o) {
@@ -106,7 +118,8 @@ int runPlatformAcquire(Context& ctx, ResAcquireOptions& o) {
                               "platform-acquire");
     const int32_t handle =
             PaxPlatformResAcquire(resources, nullptr, o.identity, o.pkg, o.durationMs);
-    return reportHandle(ctx, "platform-acquire", handle);
+    if (int rc = reportHandle(ctx, "platform-acquire", handle); rc != kExitOk) return rc;
+    return holdRequest(ctx, handle, o.durationMs);
 }
 
 }  // namespace velactl

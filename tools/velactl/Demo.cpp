@@ -118,6 +118,11 @@ int runDemo(Context& ctx) {
     run("state cpu.little.freq_min");
     expectValue(kLittleFloor, "1804800", "after the expiry the launch's floor shows again");
 
+    step("A hold for the life of a command: the ceiling goes when `true` ends");
+    run("request cpu.big.freq_max=1500000 -- true");
+    expectValue(kBigCeiling, "2803200", "the command ended, and its request with it");
+    ctx.out.note("(from a shell, a request without --duration holds until Ctrl-C)");
+
     step("Power figures while the launch holds its resources");
     run("power");
     run("pm 0");

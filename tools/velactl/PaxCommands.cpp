@@ -6,6 +6,7 @@
 #include <cctype>
 
 #include "ControlCommands.h"
+#include "Hold.h"
 #include "Limits.h"
 #include "NumberOptions.h"
 #include "Reporting.h"
@@ -91,7 +92,7 @@ int runAcquire(Context& ctx, AcquireOptions& o) {
                            (duration > 0 ? ", for " + std::to_string(duration) + " ms"
                                          : ", until released"),
                    json);
-    return kExitOk;
+    return holdRequest(ctx, handle, duration);
 }
 
 void bindNotify(CLI::App& app, NotifyOptions& o) {

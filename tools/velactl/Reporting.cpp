@@ -1,12 +1,15 @@
 #include "Reporting.h"
 
 #include <android/log.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <thread>
 
 #include "Embedded.h"
 #include "Output.h"
 #include "ResourceTable.h"
+#include "ServiceDumpReader.h"
 #include "ServiceWatch.h"
 #include "vela_protocol.h"
 
@@ -30,6 +33,31 @@ std::string whyFailed(int32_t result) {
         return std::string("refused by the service: ") + name + " (" + std::to_string(result) + ")";
     }
     return "result " + std::to_string(result);
+}
+
+// When velactl began: a refusal the service logged before then was another process's that
+// had this pid.
+const auto kStarted = std::chrono::steady_clock::now();
+
+// The service's reason for refusing this process's latest call, from its table of refusals:
+// the most recent entry with velactl's pid, if it is younger than velactl.
+std::optional<std::string> refusalReason(int32_t result) {
+    if (result == -1 || protocol::resultName(result) == nullptr) return std::nullopt;
+    const auto rows = readServiceTable("refusals");
+    if (!rows || !rows->isArray()) return std::nullopt;
+    const auto lived = std::chrono::duration_cast<std::chrono::milliseconds>(
+                               std::chrono::steady_clock::now() - kStarted)
+                               .count();
+    const Json::Value* latest = nullptr;
+    for (const Json::Value& row : *rows) {
+        if (!row.isObject() || row["pid"].asInt64() != getpid()) continue;
+        if (row["age_ms"].isInt64() && row["age_ms"].asInt64() > lived) continue;
+        if (latest == nullptr || row["sequence"].asUInt64() > (*latest)["sequence"].asUInt64()) {
+            latest = &row;
+        }
+    }
+    if (latest == nullptr || !(*latest)["reason"].isString()) return std::nullopt;
+    return (*latest)["reason"].asString();
 }
 
 }  // namespace
@@ -56,6 +84,10 @@ int failed(Context& ctx, const std::string& what, int32_t result) {
         return kExitUnavailable;
     }
     ctx.out.error(what + ": " + whyFailed(result));
+    if (const auto reason = refusalReason(result)) {
+        ctx.out.error("  reason: " + *reason);
+        return kExitRefused;
+    }
     // An embedded service's own explanation is at hand: show it.
     if (ctx.embedded) {
         for (const std::string& line : serviceLines(ANDROID_LOG_WARN)) {

@@ -76,6 +76,22 @@ ResourceArg parseResource(const std::string& text, const ScenarioConfig& config,
                          " bytes; the service takes at most " +
                          std::to_string(ServiceLimits::kMaxText)};
     }
+    // The service reads an integer resource's value in decimal only; velactl takes numbers in
+    // hex too, so a hex value of a resource declared as an integer is sent in decimal. Any other
+    // value goes as written: text may well start with 0x.
+    if (arg.value && arg.value->size() > 2 && (*arg.value)[0] == '0' &&
+        ((*arg.value)[1] == 'x' || (*arg.value)[1] == 'X')) {
+        using aidl::vendor::norvo::hardware::vela::impl::ResourceKey;
+        using aidl::vendor::norvo::hardware::vela::impl::ValueType;
+        const auto key =
+                arg.isPath() ? ResourceKey::ofPath(arg.path) : ResourceKey::ofOpcode(arg.opcode);
+        const auto* info = config.infoFor(key);
+        if (info != nullptr && info->type == ValueType::kInteger) {
+            const auto number = parseWhole(*arg.value);
+            if (!number) throw UsageError{"malformed value '" + *arg.value + "' of " + name};
+            arg.value = std::to_string(*number);
+        }
+    }
     if (rule == ValueRule::kRequired) {
         if (!arg.value) throw UsageError{"'" + text + "' needs a value: " + name + "=VALUE"};
         if (!arg.isPath() && arg.value->empty()) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <thread>
 
 #include "vela_protocol.h"
@@ -56,6 +57,20 @@ std::optional<ServiceDump> readServiceDump(const std::vector<std::string>& args,
     reader.join();
     close(fds[0]);
     return dump;
+}
+
+std::optional<Json::Value> readServiceTable(const std::string& table) {
+    std::string error;
+    const auto dump = readServiceDump({"--json", table}, &error);
+    if (!dump || !dump->found || dump->status != STATUS_OK || dump->cut) return std::nullopt;
+    Json::Value doc;
+    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    const char* begin = dump->text.data();
+    if (!reader->parse(begin, begin + dump->text.size(), &doc, nullptr) || !doc.isObject() ||
+        !doc.isMember(table)) {
+        return std::nullopt;
+    }
+    return doc[table];
 }
 
 }  // namespace velactl

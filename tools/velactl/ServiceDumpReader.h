@@ -3,6 +3,7 @@
 #pragma once
 
 #include <android/binder_status.h>
+#include <json/json.h>
 
 #include <cstddef>
 #include <optional>
@@ -26,5 +27,9 @@ struct ServiceDump {
 // itself cannot make the pipe to read it through.
 std::optional<ServiceDump> readServiceDump(const std::vector<std::string>& args,
                                            std::string* error);
+
+// One table of the service's dump in its JSON form (`dumpsys --json TABLE`); nothing when the
+// service is not there, does not know the table, or answers what is not JSON.
+std::optional<Json::Value> readServiceTable(const std::string& table);
 
 }  // namespace velactl

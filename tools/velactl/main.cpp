@@ -41,7 +41,10 @@ const char kUsage[] =
         "  -h, --help        show this help; COMMAND --help shows a command's own\n"
         "  --version         show the version\n"
         "\n"
-        "Numbers are decimal, or hexadecimal after 0x.\n"
+        "Numbers are decimal, or hexadecimal after 0x; so are the values of resources the\n"
+        "service declares as integers (velactl sends them in decimal). Resource names are the\n"
+        "service's own (its dumpsys declared table), or --config's, or with --embedded the\n"
+        "built-in configuration's.\n"
         "\n"
         "Commands:\n";
 
@@ -91,6 +94,8 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
             return true;
         };
         if (word == "--") {
+            // After the command's own words it stays: a holding command runs what follows.
+            if (!g->rest.empty()) g->rest.push_back(word);
             g->rest.insert(g->rest.end(), args.begin() + i + 1, args.end());
             break;
         } else if (word == "--json") {
@@ -152,6 +157,7 @@ int main(int argc, char** argv) {
             finish(ctx, access(g.configFile.c_str(), R_OK) != 0 ? kExitNoInput : kExitData);
         }
         ctx.config = std::move(*config);
+        ctx.namesSettled = true;  // the user's word over the service's
     }
     if (!g.sysfsRoot.empty() && !g.embedded) {
         ctx.out.error("--sysfs-root is for the embedded service: add --embedded");
@@ -183,6 +189,7 @@ int main(int argc, char** argv) {
 
     ABinderProcess_startThreadPool();  // callbacks and death notices need binder threads
     if (g.embedded) {
+        ctx.namesSettled = true;  // the service is velactl's own, with velactl's configuration
         aidl::vendor::norvo::hardware::vela::impl::VelaService::Options options;
         options.config = ctx.config;
         options.sysfsRoot = g.sysfsRoot;
