@@ -207,7 +207,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
         }
         case kWireReply: {
             auto reply = std::make_unique<AParcel>(std::move(frame.data));
-            for (auto& fd : frame.fds) reply->fds.push_back(fd.release());
+            for (auto& fd : frame.fds) reply->fds.push_back(std::move(fd));
             binder_status_t status = h.status;
             if (status == STATUS_OK) {
                 binder_status_t flat = unflatten(reply.get(), frame.offsets);
@@ -237,7 +237,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
         case kWireTransact: {
             const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
             auto in = std::make_unique<AParcel>(std::move(frame.data));
-            for (auto& fd : frame.fds) in->fds.push_back(fd.release());
+            for (auto& fd : frame.fds) in->fds.push_back(std::move(fd));
             binder_status_t status = unflatten(in.get(), frame.offsets);
             AIBinder* target = nullptr;
             if (status == STATUS_OK) {

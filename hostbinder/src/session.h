@@ -30,10 +30,6 @@ public:
     // `fd` is a connected blocking socket. A server end exports `root` as object 0.
     static std::shared_ptr<Session> start(ndk::ScopedFileDescriptor fd, std::string instance,
                                           AIBinder* root);
-    // The same, taking ownership of a descriptor not yet wrapped.
-    static std::shared_ptr<Session> start(int fd, std::string instance, AIBinder* root) {
-        return start(ndk::ScopedFileDescriptor(fd), std::move(instance), root);
-    }
     ~Session() override;
 
     // A new strong reference to the peer's object 0.
