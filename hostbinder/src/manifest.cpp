@@ -83,12 +83,11 @@ struct FileIdentity {
                modified.tv_nsec == o.modified.tv_nsec && changed.tv_sec == o.changed.tv_sec &&
                changed.tv_nsec == o.changed.tv_nsec;
     }
-    // Times at or after `t` may belong to a change made after a read that began at `t`.
-    bool changedBefore(const timespec& t) const {
-        auto before = [&](const timespec& a) {
-            return a.tv_sec < t.tv_sec || (a.tv_sec == t.tv_sec && a.tv_nsec < t.tv_nsec);
-        };
-        return before(modified) && before(changed);
+    // A content change in the same clock tick as a reading can leave mtime as it was (owner,
+    // mode and identity are compared exactly, so only mtime needs to be older than the reading).
+    bool modifiedBefore(const timespec& t) const {
+        return modified.tv_sec < t.tv_sec ||
+               (modified.tv_sec == t.tv_sec && modified.tv_nsec < t.tv_nsec);
     }
 };
 
@@ -201,9 +200,9 @@ bool stillCurrent(const ManifestReading& reading, const std::string& dir) {
 }
 
 // File times come from a clock that lags the real one by a tick, and some file systems keep
-// them to the second (FAT to two): a change made in the same tick as a reading can leave every
-// time as it was. So a reading is kept only when everything it read had last changed well
-// before it began; the robust choice, paid only in the first seconds after a fragment changes.
+// them to the second (FAT to two): an edit made in the same tick as a reading can leave mtime
+// as it was. So a reading is kept only when everything it read was last modified well before
+// it began; the robust choice, paid only in the first seconds after a fragment changes.
 constexpr time_t kSettledSeconds = 2;
 
 std::mutex gReadingMutex;
@@ -232,9 +231,9 @@ std::shared_ptr<const ManifestReading> currentManifest() {
     std::sort(reading->instances.begin(), reading->instances.end());
     timespec settled = began;
     settled.tv_sec -= kSettledSeconds;
-    bool keep = reading->directoryIdentity.changedBefore(settled);
+    bool keep = reading->directoryIdentity.modifiedBefore(settled);
     for (const auto& fragment : reading->fragments) {
-        keep = keep && fragment.second.changedBefore(settled);
+        keep = keep && fragment.second.modifiedBefore(settled);
     }
     if (keep) {
         std::lock_guard<std::mutex> lock(gReadingMutex);

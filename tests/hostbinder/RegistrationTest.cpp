@@ -113,6 +113,28 @@ TEST(Registration, OnlyWhatTheManifestDeclaresIsServed) {
     EXPECT_FALSE(AServiceManager_isDeclared("some.pkg.IThing"));
 }
 
+// What a lookup read may be kept, but an edit in place or a fragment added is seen at once.
+TEST(Registration, AChangedManifestIsSeenAtTheNextLookup) {
+    const std::string dir = HostBinder_getManifestDirectory();
+    const timespec longAgo[2] = {{1000000000, 0}, {1000000000, 0}};
+    auto age = [&](const std::string& path) {
+        ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), longAgo, 0)) << path;
+    };
+    writeFragment("thing.xml", fragmentFor("some.pkg", "<fqname>IThing/a</fqname>"));
+    age(dir);
+    age(dir + "/thing.xml");
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IThing/a"));
+    // Rewritten in place, to the same size.
+    writeFragment("thing.xml", fragmentFor("some.pkg", "<fqname>IThing/b</fqname>"));
+    EXPECT_FALSE(AServiceManager_isDeclared("some.pkg.IThing/a"));
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IThing/b"));
+    age(dir);
+    age(dir + "/thing.xml");
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IThing/b"));
+    ASSERT_EQ(STATUS_OK, HostBinder_declareService("some.pkg.IOther/c"));
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IOther/c"));
+}
+
 // isValidServiceName: 1 to 127 characters of [A-Za-z0-9_./-]; anything else is refused
 // whatever the manifest says, and never waited for.
 TEST(Registration, NamesOutsideTheRulesAreRefused) {
