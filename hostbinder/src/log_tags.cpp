@@ -49,10 +49,10 @@ void filteringLogger(const __android_logger_data* data, const char* message) {
 }
 
 __attribute__((constructor)) void installLogTagsFilter() {
-    const char* spec = getenv("ANDROID_LOG_TAGS");
-    if (spec == nullptr || spec[0] == '\0') return;
+    const char* tags = getenv("ANDROID_LOG_TAGS");
+    if (tags == nullptr || tags[0] == '\0') return;
     auto* filter = new TagFilter;
-    std::istringstream entries(spec);
+    std::istringstream entries(tags);
     for (std::string entry; entries >> entry;) {
         const size_t colon = entry.rfind(':');
         const std::string tag = colon == std::string::npos ? entry : entry.substr(0, colon);
