@@ -61,10 +61,10 @@ bool fillAddress(const std::string& path, sockaddr_un* addr) {
     return true;
 }
 
-bool peerIsUs(int fd) {
-    ucred cred{};
-    socklen_t len = sizeof(cred);
-    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0 && cred.uid == getuid();
+// Whether the peer runs as this user (nobody else may reach our services); *cred is who it is.
+bool peerIsUs(int fd, ucred* cred) {
+    socklen_t len = sizeof(*cred);
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, cred, &len) == 0 && cred->uid == getuid();
 }
 
 // A served instance: its listening socket, watched by the binder threads.
@@ -88,7 +88,7 @@ public:
     void onEvent(uint32_t) override;
 
 private:
-    void refuse(ndk::ScopedFileDescriptor fd, size_t open);
+    void refuse(ndk::ScopedFileDescriptor fd, pid_t peer, size_t open);
 
     const ndk::ScopedFileDescriptor mFd;
     const std::string mInstance;
@@ -115,29 +115,26 @@ void Listener::onEvent(uint32_t) {
             break;
         }
         if (mStopped.load()) return;
-        if (!peerIsUs(fd.get())) continue;
+        ucred peer{};
+        if (!peerIsUs(fd.get(), &peer)) continue;
         const size_t open = SessionRegistry::get().servedCount(mInstance);
         if (open >= kMaxConnectionsPerService) {
-            refuse(std::move(fd), open);
+            refuse(std::move(fd), peer.pid, open);
             continue;
         }
-        Session::start(std::move(fd), mInstance, mBinder);
+        Session::start(std::move(fd), mInstance, mBinder, peer);
     }
     if (!mStopped.load()) Dispatcher::get().rearm(mFd.get(), mId, EPOLLIN);
 }
 
-void Listener::refuse(ndk::ScopedFileDescriptor fd, size_t open) {
-    ucred cred{};
-    socklen_t len = sizeof(cred);
-    getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len);
+void Listener::refuse(ndk::ScopedFileDescriptor fd, pid_t peer, size_t open) {
     fd.set(-1);  // the refusal: closed before anything is logged
     // One line a second at most: a flood of refusals must not become a flood of logging.
     const int64_t now = monotonicMillis();
     int64_t last = mLastRefusalLog.load();
     if (now - last >= 1000 && mLastRefusalLog.compare_exchange_strong(last, now)) {
         hostbinderLog("refusing a connection to %s from pid %d: %zu connections open (limit %zu)",
-                      mInstance.c_str(), static_cast<int>(cred.pid), open,
-                      kMaxConnectionsPerService);
+                      mInstance.c_str(), static_cast<int>(peer), open, kMaxConnectionsPerService);
     }
 }
 
@@ -179,11 +176,12 @@ AIBinder* connectTo(const std::string& instance) {
     if (!fillAddress(path, &addr)) return nullptr;
     // Non-blocking for the connect only: a service whose backlog is full is not reachable now.
     ndk::ScopedFileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    ucred peer{};
     if (fd.get() < 0 || connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
-        !peerIsUs(fd.get()) || fcntl(fd.get(), F_SETFL, 0) != 0) {
+        !peerIsUs(fd.get(), &peer) || fcntl(fd.get(), F_SETFL, 0) != 0) {
         return nullptr;
     }
-    std::shared_ptr<Session> session = Session::start(std::move(fd), instance, nullptr);
+    std::shared_ptr<Session> session = Session::start(std::move(fd), instance, nullptr, peer);
     {
         std::lock_guard<std::mutex> lock(gClientsMutex);
         clients()[instance] = {st.st_dev, st.st_ino, session};

@@ -27,12 +27,9 @@ CallingIdentity& callingIdentity() {
 }
 
 std::shared_ptr<Session> Session::start(ndk::ScopedFileDescriptor fd, std::string instance,
-                                        AIBinder* root) {
-    ucred cred{};
-    socklen_t len = sizeof(cred);
-    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) cred = ucred{};
+                                        AIBinder* root, const ucred& peer) {
     std::shared_ptr<Session> s(
-            new Session(std::move(fd), std::move(instance), root, cred.pid, cred.uid));
+            new Session(std::move(fd), std::move(instance), root, peer.pid, peer.uid));
     SessionRegistry::get().add(s);
     Dispatcher::get().add(s->mChannel.fd(), s->mWatchId, EPOLLIN, s);
     return s;
