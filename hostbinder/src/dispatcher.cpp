@@ -160,12 +160,6 @@ void Dispatcher::maybeSweep() {
 
 void Dispatcher::work() {
     tOnBinderThread = true;
-    // A thread's first allocation makes its malloc arena (a few mappings, and on a virtual
-    // machine the TLB shootdowns they cost): made here, while the thread has nothing to do yet,
-    // rather than in the first call it serves, which after a service starts is its first
-    // client's reconnection.
-    void* volatile first = malloc(1);  // volatile: a pair the compiler may not drop
-    free(first);
     for (;;) {
         epoll_event ev{};
         mIdle.fetch_add(1);
