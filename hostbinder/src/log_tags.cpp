@@ -37,7 +37,8 @@ struct TagFilter {
 // v d i w e f s are ANDROID_LOG_VERBOSE to ANDROID_LOG_SILENT, in order; -1 for anything else.
 int priorityOfLetter(char letter) {
     static const char kLetters[] = "vdiwefs";
-    const char* at = letter == '\0' ? nullptr : strchr(kLetters, tolower(letter));
+    const char* at = letter == '\0' ? nullptr
+                                    : strchr(kLetters, tolower(static_cast<unsigned char>(letter)));
     return at == nullptr ? -1 : ANDROID_LOG_VERBOSE + static_cast<int>(at - kLetters);
 }
 
