@@ -134,7 +134,7 @@ binder_status_t dispatchDump(LocalBinder* binder, const AParcel* in) {
         argv.push_back(arg.c_str());
     }
     if (clazz == nullptr || clazz->onDump == nullptr) return STATUS_OK;
-    return clazz->onDump(binder, in->fds[0], argv.data(), static_cast<uint32_t>(count));
+    return clazz->onDump(binder, in->fds[0].get(), argv.data(), static_cast<uint32_t>(count));
 }
 }  // namespace
 
@@ -219,12 +219,12 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
     AParcel* in = AParcel_create();
     if (in == nullptr) return STATUS_NO_MEMORY;
     // The parcel owns what it carries; the caller keeps its own descriptor.
-    const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
-    if (copy < 0) {
+    ndk::ScopedFileDescriptor copy(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    if (copy.get() < 0) {
         AParcel_delete(in);
         return STATUS_BAD_VALUE;
     }
-    in->fds.push_back(copy);
+    in->fds.push_back(std::move(copy));
     binder_status_t status = AParcel_writeInt32(in, static_cast<int32_t>(numArgs));
     for (uint32_t i = 0; status == STATUS_OK && i < numArgs; ++i) {
         const char* arg = args[i] == nullptr ? "" : args[i];

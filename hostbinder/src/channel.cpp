@@ -17,16 +17,9 @@ constexpr size_t kInitialReadBuffer = 16 * 1024;
 // Room for the most descriptors one message may carry.
 constexpr size_t kFdControlSize = CMSG_SPACE(sizeof(int) * kMaxParcelFds);
 
-int descriptorOf(int fd) {
-    return fd;
-}
-int descriptorOf(const ndk::ScopedFileDescriptor& fd) {
-    return fd.get();
-}
-
 // One non-blocking send; descriptors (when given) go with the first byte.
-template <typename Fds>
-ssize_t sendSome(int fd, const iovec* iov, int count, const Fds* fds) {
+ssize_t sendSome(int fd, const iovec* iov, int count,
+                 const std::vector<ndk::ScopedFileDescriptor>* fds) {
     alignas(cmsghdr) char control[kFdControlSize];
     msghdr msg{};
     msg.msg_iov = const_cast<iovec*>(iov);
@@ -40,7 +33,7 @@ ssize_t sendSome(int fd, const iovec* iov, int count, const Fds* fds) {
         c->cmsg_type = SCM_RIGHTS;
         c->cmsg_len = CMSG_LEN(bytes);
         for (size_t i = 0; i < fds->size(); ++i) {
-            const int raw = descriptorOf((*fds)[i]);
+            const int raw = (*fds)[i].get();
             memcpy(CMSG_DATA(c) + i * sizeof(int), &raw, sizeof(int));
         }
     }
@@ -216,7 +209,7 @@ Channel::Sent Channel::send(const WireHeader& h, const Outgoing& out) {
     }
     if (sent == 0 && out.fds != nullptr) {
         // The parcel keeps its own; the queue owns copies until they leave.
-        for (int fd : *out.fds) q.fds.emplace_back(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+        for (const auto& fd : *out.fds) q.fds.push_back(fd.dup());
     }
     mOutBytes += q.bytes.size();
     mOutQueue.push_back(std::move(q));

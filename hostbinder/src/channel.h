@@ -33,7 +33,8 @@ struct Outgoing {
     const std::vector<uint8_t>* data = nullptr;  // the parcel's bytes, or `patched`
     std::vector<uint8_t> patched;  // a copy with object references, only when it has any
     std::vector<uint32_t> offsets;
-    const std::vector<int>* fds = nullptr;  // the parcel's descriptors, sent beside it
+    const std::vector<ndk::ScopedFileDescriptor>* fds =
+            nullptr;  // the parcel's descriptors, sent beside it
 };
 
 class Channel {

@@ -1,5 +1,6 @@
 #include "directory.h"
 
+#include <android/binder_auto_utils.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -37,23 +38,28 @@ std::string directoryProblemOf(const struct stat& st, uid_t user) {
 
 std::string directoryProblem() {
     const std::string dir = runtimeDirectory();
+    // The usual case in one call, on every lookup: a real directory (lstat follows no link) that
+    // is ours. Anything else takes the long way below, for the line that says what is wrong.
+    struct stat st {};
+    if (lstat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode) &&
+        directoryProblemOf(st, geteuid()).empty()) {
+        return "";
+    }
     const std::string name = "$HOSTBINDER_DIR " + dir + " ";
     if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
         return name + "cannot be created: " + strerror(errno);
     }
     // Opened without following a link, then examined through the descriptor: what is checked
     // is what is used.
-    int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) {
+    const ndk::ScopedFileDescriptor directory(
+            open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (directory.get() < 0) {
         if (errno == ELOOP || errno == ENOTDIR) {
             return name + "is not a directory (a symbolic link or another file)";
         }
         return name + "cannot be opened: " + strerror(errno);
     }
-    struct stat st {};
-    const int rc = fstat(fd, &st);
-    close(fd);
-    if (rc != 0) return name + "cannot be examined: " + strerror(errno);
+    if (fstat(directory.get(), &st) != 0) return name + "cannot be examined: " + strerror(errno);
     std::string problem = directoryProblemOf(st, geteuid());
     return problem.empty() ? problem : name + problem;
 }

@@ -13,7 +13,10 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "dispatcher.h"
@@ -35,8 +38,8 @@ std::string untrustedBecause(const struct stat& st) {
     return "";
 }
 
-// One line per distinct problem: the manifest is read on every lookup, and a broken fragment
-// must not become a flood.
+// One line per distinct problem: a refused manifest is read again on every lookup, and a broken
+// fragment must not become a flood.
 void refuse(const std::string& problem) {
     static std::mutex mutex;
     static std::string* lastLogged = new std::string;
@@ -60,8 +63,45 @@ bool readWhole(int fd, std::string* text) {
     return true;
 }
 
-// Reads one fragment into `instances`; otherwise says why not.
-std::string readFragment(int dirFd, const std::string& name, std::vector<std::string>* instances) {
+// What a stat says about a file that a change to it would alter: which file it is, its size,
+// its times (an edit in place moves mtime; a chmod or chown moves ctime) and its owner and mode.
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    mode_t mode = 0;
+    uid_t owner = 0;
+    timespec modified{};
+    timespec changed{};
+
+    static FileIdentity of(const struct stat& st) {
+        return {st.st_dev, st.st_ino, st.st_size, st.st_mode, st.st_uid, st.st_mtim, st.st_ctim};
+    }
+    bool operator==(const FileIdentity& o) const {
+        return device == o.device && inode == o.inode && size == o.size && mode == o.mode &&
+               owner == o.owner && modified.tv_sec == o.modified.tv_sec &&
+               modified.tv_nsec == o.modified.tv_nsec && changed.tv_sec == o.changed.tv_sec &&
+               changed.tv_nsec == o.changed.tv_nsec;
+    }
+    // A content change in the same clock tick as a reading can leave mtime as it was (owner,
+    // mode and identity are compared exactly, so only mtime needs to be older than the reading).
+    bool modifiedBefore(const timespec& t) const {
+        return modified.tv_sec < t.tv_sec ||
+               (modified.tv_sec == t.tv_sec && modified.tv_nsec < t.tv_nsec);
+    }
+};
+
+// One whole reading of the manifest, and what each file it read looked like.
+struct ManifestReading {
+    std::string directory;
+    uid_t reader = 0;
+    FileIdentity directoryIdentity;
+    std::vector<std::pair<std::string, FileIdentity>> fragments;
+    std::vector<std::string> instances;
+};
+
+// Reads one fragment into `reading`; otherwise says why not.
+std::string readFragment(int dirFd, const std::string& name, ManifestReading* reading) {
     const ndk::ScopedFileDescriptor file(
             openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     const int fd = file.get();
@@ -76,16 +116,16 @@ std::string readFragment(int dirFd, const std::string& name, std::vector<std::st
             problem = std::string("cannot be read: ") + strerror(errno);
         } else if (text.size() > kFragmentLimit) {
             problem = "is larger than " + std::to_string(kFragmentLimit) + " bytes";
-        } else if (std::string why; !aidlInstancesOfManifest(text, instances, &why)) {
+        } else if (std::string why; !aidlInstancesOfManifest(text, &reading->instances, &why)) {
             problem = "is not a manifest: " + why;
         }
     }
+    if (problem.empty()) reading->fragments.emplace_back(name, FileIdentity::of(st));
     return problem;
 }
 
-// Every instance the directory's fragments declare; false when the manifest is refused.
-bool declaredInstances(std::vector<std::string>* instances) {
-    const std::string dir = manifestDirectory();
+// Reads every fragment in `dir`; false when the manifest is refused.
+bool readManifest(const std::string& dir, ManifestReading* reading) {
     const ndk::ScopedFileDescriptor directory(
             open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     const int dirFd = directory.get();
@@ -96,6 +136,7 @@ bool declaredInstances(std::vector<std::string>* instances) {
     }
     struct stat st {};
     std::string problem = fstat(dirFd, &st) == 0 ? untrustedBecause(st) : strerror(errno);
+    reading->directoryIdentity = FileIdentity::of(st);
     std::vector<std::string> names;
     if (problem.empty()) {
         // The listing takes a descriptor of its own and closes it with closedir.
@@ -125,13 +166,80 @@ bool declaredInstances(std::vector<std::string>* instances) {
     }
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
-        problem = readFragment(dirFd, name, instances);
+        problem = readFragment(dirFd, name, reading);
         if (!problem.empty()) {
             refuse(dir + "/" + name + " " + problem);
             return false;
         }
     }
     return true;
+}
+
+// Whether `reading` still describes the directory: a stat of it and of each fragment, where a
+// reading costs a dozen calls and a parse (and a client that polls for its service looks on
+// every try). A fragment added, removed or renamed into place changes the directory's times; an
+// edit in place changes the fragment's.
+bool stillCurrent(const ManifestReading& reading, const std::string& dir) {
+    if (reading.directory != dir || reading.reader != geteuid()) return false;
+    struct stat st {};
+    if (fstatat(AT_FDCWD, dir.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !(FileIdentity::of(st) == reading.directoryIdentity)) {
+        return false;
+    }
+    std::string path = dir + "/";
+    const size_t base = path.size();
+    for (const auto& [name, identity] : reading.fragments) {
+        path.resize(base);
+        path += name;
+        if (fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !(FileIdentity::of(st) == identity)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// File times come from a clock that lags the real one by a tick, and some file systems keep
+// them to the second (FAT to two): an edit made in the same tick as a reading can leave mtime
+// as it was. So a reading is kept only when everything it read was last modified well before
+// it began; the robust choice, paid only in the first seconds after a fragment changes.
+constexpr time_t kSettledSeconds = 2;
+
+std::mutex gReadingMutex;
+std::shared_ptr<const ManifestReading>& keptReading() {
+    static auto* kept = new std::shared_ptr<const ManifestReading>;
+    return *kept;
+}
+
+// The manifest as it is now: the kept reading while nothing changed, else a new one. Null
+// when the manifest is refused (never kept, so that it is looked at again on each lookup).
+std::shared_ptr<const ManifestReading> currentManifest() {
+    const std::string dir = manifestDirectory();
+    std::shared_ptr<const ManifestReading> kept;
+    {
+        std::lock_guard<std::mutex> lock(gReadingMutex);
+        kept = keptReading();
+    }
+    if (kept != nullptr && stillCurrent(*kept, dir)) return kept;
+
+    timespec began{};
+    clock_gettime(CLOCK_REALTIME, &began);
+    auto reading = std::make_shared<ManifestReading>();
+    reading->directory = dir;
+    reading->reader = geteuid();
+    if (!readManifest(dir, reading.get())) return nullptr;
+    std::sort(reading->instances.begin(), reading->instances.end());
+    timespec settled = began;
+    settled.tv_sec -= kSettledSeconds;
+    bool keep = reading->directoryIdentity.modifiedBefore(settled);
+    for (const auto& fragment : reading->fragments) {
+        keep = keep && fragment.second.modifiedBefore(settled);
+    }
+    if (keep) {
+        std::lock_guard<std::mutex> lock(gReadingMutex);
+        keptReading() = reading;
+    }
+    return reading;
 }
 
 }  // namespace
@@ -169,9 +277,9 @@ static std::string manifestDirectoryBesideLibrary() {
 }
 
 bool manifestDeclares(const std::string& instance) {
-    std::vector<std::string> instances;
-    if (!declaredInstances(&instances)) return false;
-    return std::find(instances.begin(), instances.end(), instance) != instances.end();
+    const std::shared_ptr<const ManifestReading> manifest = currentManifest();
+    return manifest != nullptr &&
+           std::binary_search(manifest->instances.begin(), manifest->instances.end(), instance);
 }
 
 bool isValidServiceName(const std::string& name) {
@@ -210,11 +318,14 @@ binder_status_t writeManifestFragment(const std::string& instance) {
     static std::atomic<uint32_t> counter{0};
     const std::string staging = dir + "/." + fileName + "." + std::to_string(getpid()) + "." +
                                 std::to_string(counter.fetch_add(1));
-    const int fd =
-            open(staging.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (fd < 0) return STATUS_PERMISSION_DENIED;
-    const bool written = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    const bool closed = close(fd) == 0;
+    ndk::ScopedFileDescriptor file(
+            open(staging.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (file.get() < 0) return STATUS_PERMISSION_DENIED;
+    const bool written =
+            write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    // The one close whose result matters: a write the file system defers can fail only here,
+    // and a fragment that did not reach the disk whole must not be renamed into place.
+    const bool closed = close(file.release()) == 0;
     if (!written || !closed ||
         rename(staging.c_str(), (dir + "/" + fileName + ".xml").c_str()) != 0) {
         unlink(staging.c_str());

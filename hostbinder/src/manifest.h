@@ -10,9 +10,9 @@
 // where this library is (see manifest.cpp).
 std::string manifestDirectory();
 
-// Whether the manifest declares `instance`. Every fragment is read whole each time; a
-// directory or a fragment that cannot be trusted or read whole declares nothing at all, and
-// the reason is logged once.
+// Whether the manifest declares `instance`. Every fragment is read whole, and read again once
+// the directory or any fragment changes; a directory or a fragment that cannot be trusted or
+// read whole declares nothing at all, and the reason is logged once.
 bool manifestDeclares(const std::string& instance);
 
 // Writes a fragment declaring `instance` (which must be `<package>.<Interface>/<instance>`),

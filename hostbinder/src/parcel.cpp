@@ -16,7 +16,6 @@
 #include "utf16.h"
 
 void AParcel::closeFds() {
-    for (int fd : fds) close(fd);
     fds.clear();
 }
 

@@ -1,6 +1,7 @@
 // The parcel's internal form, shared by the parcel functions and the transport.
 #pragma once
 
+#include <android/binder_auto_utils.h>
 #include <android/binder_parcel.h>
 
 #include <cstddef>
@@ -35,7 +36,7 @@ struct AParcel {
     std::vector<ParcelObject> objects;  // in increasing offset order
     // Descriptors that travel beside the data (owned; closed with the parcel). Only the
     // runtime's own transactions use them.
-    std::vector<int> fds;
+    std::vector<ndk::ScopedFileDescriptor> fds;
     // A parcel that arrived holds its space in the process's receive budget until it goes.
     BudgetClaim claim;
 

@@ -1,5 +1,6 @@
 // The host's service manager: each served instance is a listening Unix-domain socket in the
 // runtime directory; what may be served is what the VINTF manifest fragments declare.
+#include <android/binder_auto_utils.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <fcntl.h>
@@ -60,36 +61,36 @@ bool fillAddress(const std::string& path, sockaddr_un* addr) {
     return true;
 }
 
-bool peerIsUs(int fd) {
-    ucred cred{};
-    socklen_t len = sizeof(cred);
-    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0 && cred.uid == getuid();
+// Whether the peer runs as this user (nobody else may reach our services); *cred is who it is.
+bool peerIsUs(int fd, ucred* cred) {
+    socklen_t len = sizeof(*cred);
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, cred, &len) == 0 && cred->uid == getuid();
 }
 
 // A served instance: its listening socket, watched by the binder threads.
 class Listener : public Watched {
 public:
-    Listener(int fd, std::string instance, AIBinder* binder)
-        : mFd(fd), mInstance(std::move(instance)), mBinder(binder), mId(Dispatcher::get().newId()) {
+    Listener(ndk::ScopedFileDescriptor fd, std::string instance, AIBinder* binder)
+        : mFd(std::move(fd)),
+          mInstance(std::move(instance)),
+          mBinder(binder),
+          mId(Dispatcher::get().newId()) {
         AIBinder_incStrong(mBinder);
     }
-    ~Listener() override {
-        close(mFd);
-        AIBinder_decStrong(mBinder);
-    }
+    ~Listener() override { AIBinder_decStrong(mBinder); }
     void watch(const std::shared_ptr<Listener>& self) {
-        Dispatcher::get().add(mFd, mId, EPOLLIN, self);
+        Dispatcher::get().add(mFd.get(), mId, EPOLLIN, self);
     }
     void stop() {
         mStopped.store(true);
-        Dispatcher::get().remove(mFd, mId);
+        Dispatcher::get().remove(mFd.get(), mId);
     }
     void onEvent(uint32_t) override;
 
 private:
-    void refuse(int fd, size_t open);
+    void refuse(ndk::ScopedFileDescriptor fd, pid_t peer, size_t open);
 
-    const int mFd;
+    const ndk::ScopedFileDescriptor mFd;
     const std::string mInstance;
     AIBinder* const mBinder;
     const uint64_t mId;
@@ -99,13 +100,13 @@ private:
 
 void Listener::onEvent(uint32_t) {
     for (;;) {
-        int fd = accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0) {
+        ndk::ScopedFileDescriptor fd(accept4(mFd.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (fd.get() < 0) {
             if (errno == EINTR || errno == ECONNABORTED) continue;
             if (errno == EMFILE || errno == ENFILE) {
                 // Out of descriptors: look again a little later rather than spin on it.
                 hostbinderLog("cannot accept for %s: %s", mInstance.c_str(), strerror(errno));
-                Dispatcher::get().post([fd = mFd, id = mId] {
+                Dispatcher::get().post([fd = mFd.get(), id = mId] {
                     std::this_thread::sleep_for(std::chrono::milliseconds(50));
                     Dispatcher::get().rearm(fd, id, EPOLLIN);
                 });
@@ -113,36 +114,27 @@ void Listener::onEvent(uint32_t) {
             }
             break;
         }
-        if (mStopped.load()) {
-            close(fd);
-            return;
-        }
-        if (!peerIsUs(fd)) {
-            close(fd);
-            continue;
-        }
+        if (mStopped.load()) return;
+        ucred peer{};
+        if (!peerIsUs(fd.get(), &peer)) continue;
         const size_t open = SessionRegistry::get().servedCount(mInstance);
         if (open >= kMaxConnectionsPerService) {
-            refuse(fd, open);
+            refuse(std::move(fd), peer.pid, open);
             continue;
         }
-        Session::start(fd, mInstance, mBinder);
+        Session::start(std::move(fd), mInstance, mBinder, peer);
     }
-    if (!mStopped.load()) Dispatcher::get().rearm(mFd, mId, EPOLLIN);
+    if (!mStopped.load()) Dispatcher::get().rearm(mFd.get(), mId, EPOLLIN);
 }
 
-void Listener::refuse(int fd, size_t open) {
-    ucred cred{};
-    socklen_t len = sizeof(cred);
-    getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len);
-    close(fd);
+void Listener::refuse(ndk::ScopedFileDescriptor fd, pid_t peer, size_t open) {
+    fd.set(-1);  // the refusal: closed before anything is logged
     // One line a second at most: a flood of refusals must not become a flood of logging.
     const int64_t now = monotonicMillis();
     int64_t last = mLastRefusalLog.load();
     if (now - last >= 1000 && mLastRefusalLog.compare_exchange_strong(last, now)) {
         hostbinderLog("refusing a connection to %s from pid %d: %zu connections open (limit %zu)",
-                      mInstance.c_str(), static_cast<int>(cred.pid), open,
-                      kMaxConnectionsPerService);
+                      mInstance.c_str(), static_cast<int>(peer), open, kMaxConnectionsPerService);
     }
 }
 
@@ -183,14 +175,13 @@ AIBinder* connectTo(const std::string& instance) {
     sockaddr_un addr;
     if (!fillAddress(path, &addr)) return nullptr;
     // Non-blocking for the connect only: a service whose backlog is full is not reachable now.
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) return nullptr;
-    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || !peerIsUs(fd) ||
-        fcntl(fd, F_SETFL, 0) != 0) {
-        close(fd);
+    ndk::ScopedFileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    ucred peer{};
+    if (fd.get() < 0 || connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
+        !peerIsUs(fd.get(), &peer) || fcntl(fd.get(), F_SETFL, 0) != 0) {
         return nullptr;
     }
-    std::shared_ptr<Session> session = Session::start(fd, instance, nullptr);
+    std::shared_ptr<Session> session = Session::start(std::move(fd), instance, nullptr, peer);
     {
         std::lock_guard<std::mutex> lock(gClientsMutex);
         clients()[instance] = {st.st_dev, st.st_ino, session};
@@ -323,20 +314,19 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
     if (!fillAddress(staging, &stagingAddr)) return EX_ILLEGAL_STATE;
 
     std::lock_guard<std::mutex> lock(gServedMutex);
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) return EX_ILLEGAL_STATE;
+    ndk::ScopedFileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd.get() < 0) return EX_ILLEGAL_STATE;
     unlink(staging.c_str());
     const mode_t old = umask(0177);
-    int rc = bind(fd, reinterpret_cast<sockaddr*>(&stagingAddr), sizeof(stagingAddr));
+    int rc = bind(fd.get(), reinterpret_cast<sockaddr*>(&stagingAddr), sizeof(stagingAddr));
     umask(old);
     // The socket appears under its name only once it listens, so that a waiter woken by its
     // arrival connects at the first try; the rename replaces whoever served the name before.
-    if (rc != 0 || listen(fd, SOMAXCONN) != 0 || rename(staging.c_str(), path.c_str()) != 0) {
+    if (rc != 0 || listen(fd.get(), SOMAXCONN) != 0 || rename(staging.c_str(), path.c_str()) != 0) {
         unlink(staging.c_str());
-        close(fd);
         return EX_ILLEGAL_STATE;
     }
-    auto listener = std::make_shared<Listener>(fd, instance, binder);
+    auto listener = std::make_shared<Listener>(std::move(fd), instance, binder);
     std::shared_ptr<Listener>& slot = served()[instance];
     if (slot != nullptr) slot->stop();
     slot = listener;

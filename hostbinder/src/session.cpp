@@ -27,12 +27,9 @@ CallingIdentity& callingIdentity() {
 }
 
 std::shared_ptr<Session> Session::start(ndk::ScopedFileDescriptor fd, std::string instance,
-                                        AIBinder* root) {
-    ucred cred{};
-    socklen_t len = sizeof(cred);
-    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) cred = ucred{};
+                                        AIBinder* root, const ucred& peer) {
     std::shared_ptr<Session> s(
-            new Session(std::move(fd), std::move(instance), root, cred.pid, cred.uid));
+            new Session(std::move(fd), std::move(instance), root, peer.pid, peer.uid));
     SessionRegistry::get().add(s);
     Dispatcher::get().add(s->mChannel.fd(), s->mWatchId, EPOLLIN, s);
     return s;
@@ -207,7 +204,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
         }
         case kWireReply: {
             auto reply = std::make_unique<AParcel>(std::move(frame.data));
-            for (auto& fd : frame.fds) reply->fds.push_back(fd.release());
+            for (auto& fd : frame.fds) reply->fds.push_back(std::move(fd));
             binder_status_t status = h.status;
             if (status == STATUS_OK) {
                 binder_status_t flat = unflatten(reply.get(), frame.offsets);
@@ -237,7 +234,7 @@ bool Session::handle(Frame& frame, Incoming* incoming) {
         case kWireTransact: {
             const bool oneway = (h.flags & FLAG_ONEWAY) != 0;
             auto in = std::make_unique<AParcel>(std::move(frame.data));
-            for (auto& fd : frame.fds) in->fds.push_back(fd.release());
+            for (auto& fd : frame.fds) in->fds.push_back(std::move(fd));
             binder_status_t status = unflatten(in.get(), frame.offsets);
             AIBinder* target = nullptr;
             if (status == STATUS_OK) {

@@ -7,6 +7,7 @@
 // nobody else reads, or else a binder thread woken by the dispatcher.
 #pragma once
 
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -27,13 +28,10 @@
 
 class Session : public Watched, public std::enable_shared_from_this<Session> {
 public:
-    // `fd` is a connected blocking socket. A server end exports `root` as object 0.
+    // `fd` is a connected blocking socket whose peer is `peer` (SO_PEERCRED, which the caller
+    // has read to vet it). A server end exports `root` as object 0.
     static std::shared_ptr<Session> start(ndk::ScopedFileDescriptor fd, std::string instance,
-                                          AIBinder* root);
-    // The same, taking ownership of a descriptor not yet wrapped.
-    static std::shared_ptr<Session> start(int fd, std::string instance, AIBinder* root) {
-        return start(ndk::ScopedFileDescriptor(fd), std::move(instance), root);
-    }
+                                          AIBinder* root, const ucred& peer);
     ~Session() override;
 
     // A new strong reference to the peer's object 0.

@@ -98,7 +98,9 @@ TEST(Channel, DescriptorsRideTheFirstByteOfTheirOwnMessage) {
     ASSERT_EQ(0, pipe(pipeFds));
     ndk::ScopedFileDescriptor readEnd(pipeFds[0]);
     ndk::ScopedFileDescriptor writeEnd(pipeFds[1]);
-    const std::vector<int> carried = {readEnd.get(), writeEnd.get()};
+    std::vector<ndk::ScopedFileDescriptor> carried;
+    carried.push_back(readEnd.dup());
+    carried.push_back(writeEnd.dup());
 
     // One message sent partly at once (descriptors with its first byte), one queued whole
     // behind it (descriptors copied, since the parcel keeps its own), one without any.

@@ -1,6 +1,7 @@
 // Whatever arrives on a socket, the runtime answers with an error or drops that connection;
 // the service keeps serving everyone else and nothing piles up. Peers that hold on (idle, half
-// a message sent, replies never read) cost the others nothing; a reply cut short is a failure.
+// a message sent, replies never read) cost the others nothing. (A reply cut short fails the
+// call as a read past a parcel's end does: ParcelTest.)
 #include <aidl/vendor/norvo/hardware/vela/IVela.h>
 #include <android/binder_manager.h>
 #include <gtest/gtest.h>
@@ -59,16 +60,18 @@ protected:
         return closed;
     }
 
+    // A transaction's bytes; `type` and `claimedSize` lie about them when given.
     static std::vector<uint8_t> frame(uint32_t code, const std::vector<uint8_t>& data,
-                                      const std::vector<uint32_t>& offsets = {}) {
+                                      const std::vector<uint32_t>& offsets = {},
+                                      uint32_t type = kWireTransact, int64_t claimedSize = -1) {
         WireHeader h{};
         h.magic = kWireMagic;
-        h.type = kWireTransact;
+        h.type = type;
         h.txId = 1;
         h.target = 0;
         h.code = code;
         h.objectCount = static_cast<uint32_t>(offsets.size());
-        h.dataSize = static_cast<uint32_t>(data.size());
+        h.dataSize = static_cast<uint32_t>(claimedSize < 0 ? data.size() : claimedSize);
         std::vector<uint8_t> bytes(sizeof(h));
         memcpy(bytes.data(), &h, sizeof(h));
         for (uint32_t o : offsets) {
@@ -152,14 +155,12 @@ TEST_F(Malformed, GarbageAndLiesAboutSizesCloseOnlyThatConnection) {
     const std::pair<uint32_t, uint32_t> lies[] = {
             {kWireTransact, 0xfffffff0u}, {kWireTransact, 64}, {99, 0}, {kWireReply, 0}};
     for (auto [type, size] : lies) {
-        WireHeader h{};
-        h.magic = kWireMagic;
-        h.type = type;
-        h.dataSize = size;
-        std::vector<uint8_t> bytes(sizeof(h));
-        memcpy(bytes.data(), &h, sizeof(h));
-        EXPECT_TRUE(closedAfter(bytes)) << "type " << type << ", size " << size;
+        EXPECT_TRUE(closedAfter(frame(0, {}, {}, type, size)))
+                << "type " << type << ", size " << size;
     }
+    // Nothing piles up: every connection that was closed is gone.
+    EXPECT_TRUE(waitUntil([] { return HostBinder_connectionCount() == 0; }))
+            << HostBinder_connectionCount() << " connections left";
     expectServiceStillWorks();
 }
 
@@ -168,9 +169,6 @@ TEST_F(Malformed, BadContentsFailTheTransactionNotTheService) {
     EXPECT_EQ(STATUS_BAD_TYPE, transactRaw(FIRST_CALL_TRANSACTION + 2, {}));
     // resCtlRelease whose handle is missing.
     EXPECT_NE(STATUS_OK, transactRaw(FIRST_CALL_TRANSACTION + 2, tokenThen({})));
-    // resCtlRequest whose parcelable claims a huge item count.
-    EXPECT_NE(STATUS_OK,
-              transactRaw(FIRST_CALL_TRANSACTION + 1, tokenThen({1, 100, 1, 0x7fffffff})));
     // An object reference to something the service never exported.
     std::vector<uint8_t> data = tokenThen({kObjectReceiverLocal, 0, 12345, 0});
     uint32_t objectAt = static_cast<uint32_t>(data.size()) - 16;
@@ -183,12 +181,6 @@ TEST_F(Malformed, BadContentsFailTheTransactionNotTheService) {
     EXPECT_CALL(*service, resCtlRelease(1, testing::_));  // only the well-formed call
     expectServiceStillWorks();
     testing::Mock::VerifyAndClearExpectations(service.get());
-}
-
-TEST_F(Malformed, ConnectionsDoNotPileUp) {
-    for (int i = 0; i < 50; ++i) closedAfter({1, 2, 3, 4});
-    EXPECT_TRUE(waitUntil([] { return HostBinder_connectionCount() == 0; }))
-            << HostBinder_connectionCount() << " connections left";
 }
 
 TEST_F(Malformed, IdleAndHalfSentConnectionsCostOthersNothing) {
@@ -243,26 +235,4 @@ TEST_F(Malformed, APeerThatNeverReadsIsDisconnectedWhileOthersAreAnswered) {
     EXPECT_LT(received, kRequests * big.size());
     close(hog);
     expectServiceStillWorks();
-}
-
-// A service that answers "ok" but leaves out the value: the call fails and the caller's
-// variable keeps what it held, as on a device.
-TEST(TruncatedReply, FailsTheCallAndLeavesTheOutValue) {
-    AIBinder_Class* clazz = AIBinder_Class_define(
-            IVela::descriptor, [](void* a) { return a; }, [](void*) {},
-            [](AIBinder*, transaction_code_t, const AParcel*, AParcel* out) {
-                return AParcel_writeStatusHeader(out, ndk::ScopedAStatus::ok().get());
-            });
-    ndk::SpAIBinder raw(AIBinder_new(clazz, nullptr));
-    ASSERT_TRUE(declareVela());
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(raw.get(), kVelaInstance));
-    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
-    ASSERT_NE(nullptr, vela);
-    VelaRequestParcel p{};
-    int32_t handle = -1;
-    EXPECT_FALSE(vela->resCtlRequest(p, &handle).isOk());
-    EXPECT_EQ(-1, handle);
-    int32_t result = -1;
-    EXPECT_FALSE(vela->propertySet("k", "v", &result).isOk());
-    EXPECT_EQ(-1, result);
 }

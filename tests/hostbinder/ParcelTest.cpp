@@ -1,15 +1,11 @@
-// Both parcels survive the wire with every field present and absent, and the parcel refuses
-// to read what is not there.
-#include <aidl/vendor/norvo/hardware/vela/IVela.h>
-#include <android/binder_manager.h>
+// The request parcel round-trips with every field present and absent (crossing the wire is
+// seen through the library's tests, which send every parcel), and the parcel refuses to read
+// what is not there.
 #include <android/binder_parcel_utils.h>
 #include <gtest/gtest.h>
-#include <hostbinder/hostbinder.h>
 
 #include "FakeVela.h"
-#include "ServiceHarness.h"
 
-using aidl::vendor::norvo::hardware::vela::IVela;
 using namespace paxtest;
 
 namespace {
@@ -105,26 +101,4 @@ TEST(Parcel, StatusHeaderCarriesExceptionsButNotTransactionErrors) {
     ndk::ScopedAStatus dead = ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
     EXPECT_EQ(STATUS_DEAD_OBJECT, AParcel_writeStatusHeader(parcel.get(), dead.get()));
     EXPECT_FALSE(AStatus_isOk(nullptr));
-}
-
-TEST(Parcel, BothParcelsCrossTheWireUnchanged) {
-    auto service = ndk::SharedRefBase::make<FakeVela>();
-    ASSERT_TRUE(declareVela());
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(service->asBinder().get(), kVelaInstance));
-    auto vela = IVela::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kVelaInstance)));
-    ASSERT_NE(nullptr, vela);
-
-    VelaRequestParcel p = fullParcel();
-    int32_t handle = -1;
-    VelaRequestParcel received;
-    EXPECT_CALL(*service, resCtlRequest)
-            .WillOnce(testing::DoAll(testing::SaveArg<0>(&received), reply(108)));
-    ASSERT_TRUE(vela->resCtlRequest(p, &handle).isOk());
-    EXPECT_EQ(108, handle);
-    EXPECT_EQ(describe(received), describe(p));
-
-    EXPECT_CALL(*service, resStateRequest).WillOnce(reply(p.requestDatas));
-    std::vector<VelaRequestData> reply;
-    ASSERT_TRUE(vela->resStateRequest(p, &reply).isOk());
-    EXPECT_EQ(describe(reply), describe(p.requestDatas));
 }

@@ -125,23 +125,12 @@ int servesAtOnce(const char* instance, int expected, void (*startPool)()) {
 
 }  // namespace
 
-// Device: never set, the pool is the started thread plus 15 the driver asks for.
-TEST(PoolRules, NeverSetServesSixteenAtOnce) {
-    EXPECT_EQ(0, runChild("pool-never-set"));
-}
-
-// Device: setThreadPoolMaxThreadCount(n) then startThreadPool serves n + 1 at once.
-TEST(PoolRules, MaxOfTwoStartedServesThreeAtOnce) {
-    EXPECT_EQ(0, runChild("pool-set-2"));
-}
-
-// Device: without startThreadPool no thread is ever added; the joined thread serves alone,
-// whatever maximum was set.
-TEST(PoolRules, JoinOnlyServesOneAtATime) {
-    EXPECT_EQ(0, runChild("pool-join-only"));
-}
-
-// Device: the started thread and the joined one both serve, with no more when n is 0.
-TEST(PoolRules, StartedAndJoinedWithNoMoreServeTwo) {
-    EXPECT_EQ(0, runChild("pool-start-and-join"));
+// Device, case by case: never set, the started thread plus 15 the driver asks for; max 2 then
+// started, three; join only, the joined thread alone whatever the maximum (no thread is ever
+// added without startThreadPool); started and joined with a maximum of 0, those two.
+TEST(PoolRules, CallsServedAtOnceFollowTheDevicesPool) {
+    for (const char* role :
+         {"pool-never-set", "pool-set-2", "pool-join-only", "pool-start-and-join"}) {
+        EXPECT_EQ(0, runChild(role)) << role;
+    }
 }

@@ -89,7 +89,8 @@ private:
 }  // namespace
 
 // servicemanager: addService of an instance no manifest declares is EX_ILLEGAL_ARGUMENT, and
-// isDeclared answers from the manifest alone, never from what is served.
+// isDeclared answers from the manifest alone, never from what is served; a second
+// registration replaces the first for new lookups.
 TEST(Registration, OnlyWhatTheManifestDeclaresIsServed) {
     std::error_code ignored;
     std::filesystem::remove_all(HostBinder_getManifestDirectory(), ignored);
@@ -103,6 +104,9 @@ TEST(Registration, OnlyWhatTheManifestDeclaresIsServed) {
     EXPECT_FALSE(AServiceManager_isDeclared("vendor.norvo.hardware.vela.IVela/other"));
     EXPECT_EQ(EX_NONE, AServiceManager_addService(binder.get(), kVelaInstance));
     EXPECT_EQ(1, whoAnswers(kVelaInstance));
+    ndk::SpAIBinder second = who(2);
+    ASSERT_EQ(EX_NONE, AServiceManager_addService(second.get(), kVelaInstance));
+    EXPECT_EQ(2, whoAnswers(kVelaInstance));
 
     // The other spelling of an AIDL declaration, <interface><name>/<instance>.
     writeFragment("other.xml", fragmentFor("some.pkg",
@@ -111,6 +115,28 @@ TEST(Registration, OnlyWhatTheManifestDeclaresIsServed) {
                                            "</interface>"));
     EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IThing/b"));
     EXPECT_FALSE(AServiceManager_isDeclared("some.pkg.IThing"));
+}
+
+// What a lookup read may be kept, but an edit in place or a fragment added is seen at once.
+TEST(Registration, AChangedManifestIsSeenAtTheNextLookup) {
+    const std::string dir = HostBinder_getManifestDirectory();
+    const timespec longAgo[2] = {{1000000000, 0}, {1000000000, 0}};
+    auto age = [&](const std::string& path) {
+        ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), longAgo, 0)) << path;
+    };
+    writeFragment("thing.xml", fragmentFor("some.pkg", "<fqname>IThing/a</fqname>"));
+    age(dir);
+    age(dir + "/thing.xml");
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IThing/a"));
+    // Rewritten in place, to the same size.
+    writeFragment("thing.xml", fragmentFor("some.pkg", "<fqname>IThing/b</fqname>"));
+    EXPECT_FALSE(AServiceManager_isDeclared("some.pkg.IThing/a"));
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IThing/b"));
+    age(dir);
+    age(dir + "/thing.xml");
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IThing/b"));
+    ASSERT_EQ(STATUS_OK, HostBinder_declareService("some.pkg.IOther/c"));
+    EXPECT_TRUE(AServiceManager_isDeclared("some.pkg.IOther/c"));
 }
 
 // isValidServiceName: 1 to 127 characters of [A-Za-z0-9_./-]; anything else is refused
@@ -138,18 +164,6 @@ TEST(Registration, NamesOutsideTheRulesAreRefused) {
     EXPECT_TRUE(AServiceManager_isDeclared(longest.c_str()));
     ASSERT_EQ(EX_NONE, AServiceManager_addService(binder.get(), longest.c_str()));
     EXPECT_EQ(7, whoAnswers(longest));
-}
-
-// servicemanager overwrites a registration: new lookups reach the newcomer.
-TEST(Registration, ASecondRegistrationReplacesTheFirst) {
-    const std::string instance = "hostbinder.test.IWho/default";
-    ASSERT_EQ(STATUS_OK, HostBinder_declareService(instance.c_str()));
-    ndk::SpAIBinder first = who(1);
-    ndk::SpAIBinder second = who(2);
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(first.get(), instance.c_str()));
-    EXPECT_EQ(1, whoAnswers(instance));
-    ASSERT_EQ(EX_NONE, AServiceManager_addService(second.get(), instance.c_str()));
-    EXPECT_EQ(2, whoAnswers(instance));
 }
 
 // libvintf: a fragment that cannot be read whole makes the manifest unreadable; nothing is

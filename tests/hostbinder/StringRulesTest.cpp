@@ -10,11 +10,9 @@
 namespace {
 
 // What `text` comes back as after a trip through a parcel, or the write's failure.
-std::string roundTrip(const std::string& text, binder_status_t* status = nullptr) {
+std::string roundTrip(const std::string& text) {
     ndk::ScopedAParcel parcel(AParcel_create());
-    binder_status_t rc = ndk::AParcel_writeString(parcel.get(), text);
-    if (status != nullptr) *status = rc;
-    if (rc != STATUS_OK) return "<write failed>";
+    if (ndk::AParcel_writeString(parcel.get(), text) != STATUS_OK) return "<write failed>";
     AParcel_setDataPosition(parcel.get(), 0);
     std::string back = "<read failed>";
     EXPECT_EQ(STATUS_OK, ndk::AParcel_readString(parcel.get(), &back));
@@ -37,34 +35,27 @@ ndk::ScopedAParcel wideString(std::u16string units) {
 
 }  // namespace
 
-// utf8_to_utf16_length: a sequence that the end of the text cuts off is the only refusal.
-TEST(StringRules, ASequenceCutOffAtTheEndIsRefusedAndNothingIsWritten) {
+// libutils' conversion as a caller sees it after a round trip: a sequence that the end of the
+// text cuts off is the only refusal (utf8_to_utf16_length), and nothing is written then; other
+// invalid bytes decode into other characters; a surrogate that is not half of a pair vanishes
+// on the way back (utf16_to_utf8).
+TEST(StringRules, TextArrivesAsTheDeviceConvertsIt) {
     for (const char* text : {"\xe2\x82", "ok\xc3", "\xf0\x9f\x98"}) {
         ndk::ScopedAParcel parcel(AParcel_create());
         EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_writeString(parcel.get(), std::string(text)));
         EXPECT_EQ(0, AParcel_getDataSize(parcel.get()));
     }
-    binder_status_t status = STATUS_OK;
-    roundTrip("\xe2\x82\xac", &status);  // the same bytes, complete
-    EXPECT_EQ(STATUS_OK, status);
-}
-
-// Invalid bytes inside the text are not refused: they decode, as on the device, into other
-// characters, so what arrives is not what was sent.
-TEST(StringRules, InvalidBytesArriveAsTheDeviceDecodesThem) {
-    EXPECT_EQ("\xc2\x80", roundTrip("\x80"));  // a stray continuation byte is U+0080
-    EXPECT_EQ("/", roundTrip("\xc0\xaf"));     // an overlong form is the character
-    EXPECT_EQ("A", roundTrip("\xc1\x41"));     // a continuation is not checked: 0x41 is taken in
-    EXPECT_EQ("ab", roundTrip("a\xff\x80\x80\x80"
-                              "b"));  // past U+10FFFF: nothing
-    EXPECT_EQ(std::string("a\0b", 3), roundTrip(std::string("a\0b", 3)));
-    EXPECT_EQ("\xf0\x9f\x98\x80 caf\xc3\xa9", roundTrip("\xf0\x9f\x98\x80 caf\xc3\xa9"));
-}
-
-// utf16_to_utf8: a surrogate that is not half of a pair vanishes on the way back.
-TEST(StringRules, LoneSurrogatesVanishOnTheWayBack) {
-    EXPECT_EQ("ab", roundTrip("a\xed\xa0\x80"
-                              "b"));  // U+D800 spelled in UTF-8
+    const std::pair<std::string, std::string> arrives[] = {
+            {"\xe2\x82\xac", "\xe2\x82\xac"},  // the cut-off bytes above, complete
+            {"\x80", "\xc2\x80"},              // a stray continuation byte is U+0080
+            {"\xc0\xaf", "/"},                 // an overlong form is the character
+            {"\xc1\x41", "A"},                 // a continuation is not checked: 0x41 is taken in
+            {std::string("a\xff\x80\x80\x80") + "b", "ab"},  // past U+10FFFF: nothing
+            {std::string("a\0b", 3), std::string("a\0b", 3)},
+            {"\xf0\x9f\x98\x80 caf\xc3\xa9", "\xf0\x9f\x98\x80 caf\xc3\xa9"},
+            {std::string("a\xed\xa0\x80") + "b", "ab"},  // U+D800 spelled in UTF-8
+    };
+    for (const auto& [sent, received] : arrives) EXPECT_EQ(received, roundTrip(sent)) << sent;
     for (const std::u16string& units : {std::u16string(u"x\xdc00y"), std::u16string(u"xy\xd800")}) {
         ndk::ScopedAParcel parcel = wideString(units);
         std::string text;
