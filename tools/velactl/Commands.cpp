@@ -3,6 +3,7 @@
 #include <iostream>
 #include <optional>
 
+#include "CallDeadline.h"
 #include "Embedded.h"
 #include "ResourceArgs.h"
 #include "ServiceWatch.h"
@@ -95,6 +96,9 @@ int Commands::execute(std::vector<std::string> args) {
         if (it == mBound.end()) continue;
         try {
             std::optional<WaitNotice> notice;
+            // Every call the command makes is bounded; its deliberate waits pause the clock.
+            std::optional<CallDeadline> deadline;
+            if (it->second.needs == Needs::kService) deadline.emplace(sub->get_name());
             if (it->second.needs == Needs::kService && !mCtx.embedded) {
                 if (int rc = requireService(mCtx); rc != kExitOk) return rc;
                 notice.emplace(mCtx);

@@ -10,6 +10,7 @@
 #include "Embedded.h"
 #include "Limits.h"
 #include "Reporting.h"
+#include "ServiceDumpReader.h"
 
 namespace velactl {
 
@@ -32,6 +33,20 @@ constexpr DumpTable kDumps[] = {
         {"pidfd-monitor", "pidfd monitor map", velaHalclient::velaDumpPidfdMonitorMap},
         {"records", "record list", velaHalclient::velaDumpResRecordList},
 };
+
+// The service's own history table, read through the dump hook, holds no record. False too
+// when it cannot be read (a service of another make, or one that does not answer): then the
+// library's -1 cannot be taken for "nothing recorded".
+bool serviceHoldsNoHistory() {
+    std::string error;
+    const auto dump = readServiceDump({"--json", "history"}, &error);
+    if (!dump || !dump->found || dump->status != STATUS_OK) return false;
+    Json::Value doc;
+    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    const char* text = dump->text.data();
+    return reader->parse(text, text + dump->text.size(), &doc, nullptr) && doc.isObject() &&
+           doc["history"].isArray() && doc["history"].empty();
+}
 
 std::vector<std::string> dumpNames() {
     std::vector<std::string> names{"all"};
@@ -111,8 +126,9 @@ int runHistory(Context& ctx, HistoryOptions& o) {
     Json::Value json;
     if (PaxGetHistory(out) != 0) {
         json["records"] = records;
-        // The library answers the same for "nothing recorded" and for a failure; the service
-        // was reachable a moment ago, so it is most likely the former.
+        // The library answers the same for "nothing recorded" and for a failure (a service
+        // that turned the caller away); the service's own history table tells them apart.
+        if (!serviceHoldsNoHistory()) return failed(ctx, "history get", -1);
         ctx.out.result(
                 "no history records (recording is off, or nothing happened since it was "
                 "switched on)",
