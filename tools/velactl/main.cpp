@@ -18,6 +18,7 @@
 #include "ExitCodes.h"
 #include "Interrupt.h"
 #include "LogLevel.h"
+#include "ManPage.h"
 #include "ResourceArgs.h"
 #include "Version.h"
 
@@ -75,9 +76,9 @@ Context* gContext = nullptr;  // for the call watchdog's way out
 }
 
 struct Globals {
-    bool json = false, embedded = false, help = false, version = false;
+    bool json = false, embedded = false, help = false, version = false, man = false;
     int louder = 0, quieter = 0;
-    std::string configFile, sysfsRoot, traceFile, completion, timeout;
+    std::string configFile, sysfsRoot, traceFile, completion, complete, timeout;
     std::vector<std::string> rest;
 };
 
@@ -117,6 +118,8 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
             g->embedded = true;
         } else if (word == "--version") {
             g->version = true;
+        } else if (word == "--man") {
+            g->man = true;
         } else if (g->rest.empty() && value("--timeout", &g->timeout)) {
             // Only before the command: after it, --timeout is a command's own wait in ms.
             if (missing) {
@@ -124,7 +127,8 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
                 return kExitUsage;
             }
         } else if (value("--config", &g->configFile) || value("--sysfs-root", &g->sysfsRoot) ||
-                   value("--trace", &g->traceFile) || value("--completion", &g->completion)) {
+                   value("--trace", &g->traceFile) || value("--completion", &g->completion) ||
+                   value("--complete", &g->complete)) {
             if (missing) {
                 fprintf(stderr, "velactl: %s needs a value\n", word.c_str());
                 return kExitUsage;
@@ -212,6 +216,13 @@ int main(int argc, char** argv) {
         fputs(bashCompletion(commands).c_str(), stdout);
         finish(ctx, kExitOk);
     }
+    // Not in --help: the build runs `velactl --man` to write the installed man page.
+    if (g.man) {
+        fputs(manPage(commands, kUsage, kEnvironment).c_str(), stdout);
+        finish(ctx, kExitOk);
+    }
+    // Not in --help either: the completion script asks for the names that fit a word.
+    if (!g.complete.empty()) finish(ctx, printCandidates(ctx, g.complete));
     if (g.help || g.rest.empty()) {
         FILE* to = g.help ? stdout : stderr;
         fputs(kUsage, to);
