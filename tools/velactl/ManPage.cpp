@@ -44,6 +44,23 @@ constexpr Example kExamples[] = {
          "printf 'listen cpu.little.freq_min\\nrequest cpu.little.freq_min=1 -d 50\\nawait 2\\n' "
          "| velactl --embedded run -\n"},
         {"demo", "velactl --embedded demo\n"},
+        {"init", "velactl init --pax\n"},
+        {"res-acquire", "velactl res-acquire cpu.big.freq_min=1804800\n"},
+        {"platform-acquire", "velactl platform-acquire gpu.freq_min=220000000\n"},
+        {"sa-request", "velactl sa-request 3\n"},
+        {"unlisten", "# stop the listener that printed \"listener 2\"\nvelactl unlisten 2\n"},
+        {"thermal", "# subsystem 1 at level 3, subsystem 2 back to 0\nvelactl thermal 1=3 2=0\n"},
+        {"notify", "velactl notify 5 1 0\n"},
+        {"rule",
+         "velactl rule 7 on sched.little.target_load=60\n"
+         "velactl rule 7 off\n"},
+        {"sysinfo", "velactl sysinfo 1 0x10\n"},
+        {"dump",
+         "# with --embedded the tables print here; otherwise in the service's log\n"
+         "velactl --embedded dump run-map requests\n"},
+        {"dataset", "velactl --json dataset\n"},
+        {"power", "velactl power\n"},
+        {"pm", "velactl pm 0\n"},
 };
 
 // Text as roff reads it: backslashes doubled, and a line that starts with a dot or an
