@@ -281,7 +281,7 @@ struct OnTerminal {
 
 // top on a terminal against a service apart: a launch's floor rises on the screen and falls
 // with its release, heard through the listener alone (the periodic refresh is an hour away);
-// q and Ctrl-C leave with the terminal restored.
+// q and Ctrl-C leave with the terminal restored, q also while the service is stopped.
 TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
     paxtest::ChildService service;
     ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"-q"}));
@@ -302,6 +302,16 @@ TEST(VelactlTest, TopRedrawsOnChangeAndLeavesTheTerminalAsItWas) {
     ASSERT_EQ(write(top.master, "q", 1), 1);
     EXPECT_EQ(exitCodeOf(top.pid), 0) << top.drawn;
     EXPECT_TRUE(top.typedAtOnce());
+
+    // A stopped service: the frame is drawn again as stale, with its age, and q still leaves.
+    OnTerminal stale({"--timeout", "0.5", "top", "--interval", "100", "cpu.little.freq_min"});
+    ASSERT_TRUE(stale.shows("cpu.little.freq_min = 300000")) << stale.drawn;
+    kill(service.pid(), SIGSTOP);
+    EXPECT_TRUE(stale.shows("STALE: the service has not answered for")) << stale.drawn;
+    ASSERT_EQ(write(stale.master, "q", 1), 1);
+    EXPECT_EQ(exitCodeOf(stale.pid), 0) << stale.drawn;
+    EXPECT_TRUE(stale.typedAtOnce());
+    kill(service.pid(), SIGCONT);
 
     OnTerminal interrupted({"top", "cpu.big.freq_max"});
     ASSERT_TRUE(interrupted.shows("cpu.big.freq_max = 2803200")) << interrupted.drawn;
