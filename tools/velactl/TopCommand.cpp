@@ -283,6 +283,7 @@ int runTop(Context& ctx, TopOptions& o) {
     Clock::time_point nextFetch = Clock::now();
     Clock::time_point nextStale = Clock::time_point::max();
     uint64_t refresh = 0;
+    bool changeHeard = false;
     std::string error;
     {
         // The view bounds its own reads (a frame goes stale rather than the process ending).
@@ -303,8 +304,10 @@ int runTop(Context& ctx, TopOptions& o) {
                 break;
             }
             Clock::time_point now = Clock::now();
-            if (listener->takeChange()) nextFetch = now;
-            if (!fetch && now >= nextFetch) {
+            // A change heard while a read is out may have come after it: it asks for one more.
+            if (listener->takeChange()) changeHeard = true;
+            if (!fetch && (now >= nextFetch || changeHeard)) {
+                changeHeard = false;
                 fetch = startFetch(ctx, shown, listener, wakeup, !registered);
                 fetchStarted = now;
                 nextStale = now + timeout;
@@ -378,7 +381,9 @@ int runTop(Context& ctx, TopOptions& o) {
                     break;
                 }
             }
-            const Clock::time_point until = fetch ? nextStale : nextFetch;
+            const Clock::time_point until = fetch         ? nextStale
+                                            : changeHeard ? Clock::now()
+                                                          : nextFetch;
             now = Clock::now();
             const auto wait =
                     until > now
