@@ -11,7 +11,7 @@ enum Code : int {
     kUsage = 64,         // the command line is wrong: unknown command, option or name
     kDataError = 65,     // a value is malformed or out of range (number, resource, config)
     kNoInput = 66,       // a file named on the command line cannot be opened
-    kUnavailable = 69,   // the service is not running, or went away
+    kUnavailable = 69,   // the service is not running, does not answer in time, or went away
     kSoftware = 70,      // an internal error
     kCannotRun = 127,    // the command velactl was to hold a request for cannot be started
     kInterrupted = 130,  // stopped by SIGINT (Ctrl-C)
@@ -26,7 +26,7 @@ inline constexpr const char kTable[] =
         "  64   usage: unknown command, option or name, or a missing argument\n"
         "  65   data: a malformed or out-of-range value (number, resource, configuration)\n"
         "  66   a file cannot be opened: an input, or a --trace output\n"
-        "  69   the service is not running, or went away\n"
+        "  69   the service is not running, does not answer within the timeout, or went away\n"
         "  70   internal error\n"
         "  127  the command after -- cannot be started (otherwise its own status is passed on)\n"
         "  130  interrupted (Ctrl-C)\n";

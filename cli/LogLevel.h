@@ -30,7 +30,8 @@ inline constexpr Named kNames[] = {
 
 inline constexpr const char kHelp[] =
         "VELA_LOG_LEVEL=verbose|debug|info|warn|error|fatal|silent (or V D I W E F S) sets\n"
-        "the log level outright; -v and -q step it from the program's default.\n";
+        "the log level when the command line has no -v or -q; they step it from the program's\n"
+        "default.\n";
 
 // The priority a level name stands for, or -1.
 inline int priorityNamed(const std::string& text) {
@@ -44,10 +45,12 @@ inline int priorityNamed(const std::string& text) {
 }
 
 // The minimum priority for a program whose default is `base`, after `louder` -v and
-// `quieter` -q. A VELA_LOG_LEVEL that names no level is reported in `error` and ignored:
-// a typo in the environment should not stop a service from starting.
+// `quieter` -q. The command line wins over the environment: VELA_LOG_LEVEL counts only when
+// neither is given. One that names no level is reported in `error` and ignored: a typo in the
+// environment should not stop a service from starting.
 inline int choosePriority(int base, int louder, int quieter, std::string* error) {
-    if (const char* env = getenv("VELA_LOG_LEVEL"); env != nullptr && *env != '\0') {
+    const char* env = louder == 0 && quieter == 0 ? getenv("VELA_LOG_LEVEL") : nullptr;
+    if (env != nullptr && *env != '\0') {
         const int named = priorityNamed(env);
         if (named >= 0) {
             base = named;

@@ -2,9 +2,11 @@
 
 #include <android/log.h>
 #include <fcntl.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -22,15 +24,34 @@ constexpr const char kProcessName[] = "vela-service";
 // which reads as a request that outlived the service.
 constexpr const char kStillHeld[] = "still held when the trace closed";
 
+// An argument that is a whole number written plainly goes out as a JSON number, so that the
+// viewers can sort and compare it; any other text ("0x10", "007", a name) stays as written.
 void appendArgs(std::string* out, const TraceWriter::Args& args) {
     out->append(",\"args\":{");
     for (size_t i = 0; i < args.size(); ++i) {
         if (i > 0) out->push_back(',');
         appendJsonString(out, args[i].first);
         out->push_back(':');
-        appendJsonString(out, args[i].second);
+        const auto number = parseIntegerValue(args[i].second);
+        if (number && std::to_string(*number) == args[i].second) {
+            out->append(args[i].second);
+        } else {
+            appendJsonString(out, args[i].second);
+        }
     }
     out->push_back('}');
+}
+
+// "2026-11-24T02:31:05.123456Z" for microseconds since the epoch.
+std::string isoTime(int64_t unixUs) {
+    const time_t seconds = static_cast<time_t>(unixUs / 1000000);
+    struct tm utc {};
+    gmtime_r(&seconds, &utc);
+    char text[64];
+    snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", utc.tm_year + 1900,
+             utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
+             static_cast<int>(unixUs % 1000000));
+    return text;
 }
 
 }  // namespace
@@ -55,8 +76,25 @@ public:
         std::string tail = "\"ph\":\"M\",\"name\":\"process_name\"" + owner();
         appendArgs(&tail, {{"name", kProcessName}});
         std::lock_guard<std::mutex> lock(mLock);
-        if (writeLocked("[\n", tail, ",\n")) return 0;
+        if (writeLocked("[\n", tail, ",\n") && writeLocked("", anchorTail(), ",\n")) return 0;
         return mError;
+    }
+
+    // The wall-clock time of the time base, so that the timeline can be lined up with a log or
+    // a device trace: an event's wall time is the anchor plus its "ts". The array form of the
+    // format has no field the viewers read a wall clock from (their clock snapshots belong to
+    // the protobuf form, and "clock_sync" pairs two traces by a shared marker, not a time), so
+    // it is a metadata event: ui.perfetto.dev and chrome://tracing accept and skip a metadata
+    // name they do not know, and jq or a script finds it by name.
+    std::string anchorTail() const {
+        const int64_t unixUs =
+                std::chrono::duration_cast<std::chrono::microseconds>(mWallStart.time_since_epoch())
+                        .count();
+        std::string tail = "\"ph\":\"M\",\"name\":\"clock_anchor\"" + owner();
+        tail += ",\"args\":{\"ts_zero_unix_us\":" + std::to_string(unixUs) + ",\"ts_zero_utc\":\"" +
+                isoTime(unixUs) +
+                "\",\"ts_clock\":\"monotonic, microseconds since the timeline was opened\"}";
+        return tail;
     }
 
     void event(const std::string& tail) {
@@ -163,6 +201,8 @@ private:
     // Microseconds from a steady clock since the file was opened: a wall-clock step would
     // otherwise reorder the timeline, and small numbers read easily in the viewers.
     const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
+    // The wall clock at the same moment, read once: the anchor of the time base.
+    const std::chrono::system_clock::time_point mWallStart = std::chrono::system_clock::now();
     std::map<int32_t, std::string> mOpen;  // handle -> name of the slices begun and not ended
     off_t mWhole = 0;                      // the bytes of whole events written so far
 };

@@ -3,18 +3,23 @@
 //   vela-service [-v|-q]... [--config FILE] [--sysfs-root DIR] [--trace FILE]
 //   vela-service --check-config FILE [--exec-all]
 //
-// Serves "vendor.norvo.hardware.vela.IVela/default" until killed: on a host in $HOSTBINDER_DIR,
-// on a device with the service manager. With --check-config it verifies a configuration and
-// exits instead. Options are read with getopt_long rather than a
-// command-line library so that the same file builds in a vendor tree, which has none.
+// Serves "vendor.norvo.hardware.vela.IVela/default" until SIGTERM or SIGINT: on a host in
+// $HOSTBINDER_DIR, on a device with the service manager. With --check-config it verifies a
+// configuration and exits instead. Options are read with getopt_long rather than a command-line
+// library so that the same file builds in a vendor tree, which has none.
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <android/log.h>
 #include <getopt.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "ConfigVerifier.h"
 #include "ExitCodes.h"
@@ -37,7 +42,8 @@ namespace {
 constexpr const char kUsage[] =
         "Usage: vela-service [OPTIONS]\n"
         "       vela-service --check-config FILE [--exec-all]\n"
-        "Serves the reference resource-control service until killed; or checks a scenario\n"
+        "Serves the reference resource-control service until SIGTERM or SIGINT (which close the\n"
+        "timeline and exit 0); or checks a scenario\n"
         "configuration as the service reads it, against the clients' action table too, and\n"
         "exits.\n"
         "\n"
@@ -139,6 +145,39 @@ int parseArgs(int argc, char** argv, Args* args) {
     return -1;
 }
 
+// SIGTERM and SIGINT are taken by one thread with sigwait, not by a handler: closing the
+// timeline takes a lock and writes a file, which a handler may not do, and a thread that
+// waits for the signal may. They are blocked before any other thread starts, so that every
+// thread inherits the mask and the signal can only be taken here.
+void blockStopSignals(sigset_t* set) {
+    sigemptyset(set);
+    sigaddset(set, SIGTERM);
+    sigaddset(set, SIGINT);
+    pthread_sigmask(SIG_BLOCK, set, nullptr);
+}
+
+void stopOnSignal(sigset_t set, std::shared_ptr<TraceWriter> trace) {
+    std::thread([set, trace = std::move(trace)] {
+        int signal = 0;
+        while (sigwait(&set, &signal) != 0) {
+        }
+        // The timeline is closed first, so that it is a whole JSON document even if the
+        // threads still serving are reporting; nothing else holds state a restart would miss.
+        if (trace) trace->close();
+        __android_log_print(ANDROID_LOG_INFO, kVelaLogTag, "stopping on %s",
+                            signal == SIGTERM ? "SIGTERM" : "SIGINT");
+        fflush(stderr);
+        _exit(vela_exit::kOk);
+    }).detach();
+}
+
+// Another vela-service already answers in this directory: replacing it would take its clients'
+// requests away from under them, so the newcomer is the one that leaves.
+bool servedAlready(const char* instance) {
+    ndk::SpAIBinder binder(AServiceManager_checkService(instance));
+    return binder.get() != nullptr;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -153,6 +192,18 @@ int main(int argc, char** argv) {
     if (!logWarning.empty()) fprintf(stderr, "vela-service: %s\n", logWarning.c_str());
     if (!args.checkFile.empty()) {
         return checkConfig(args.checkFile, args.execAll, stdout, stderr);
+    }
+
+    sigset_t stopSignals;
+    blockStopSignals(&stopSignals);
+    const char* kInstance = protocol::instanceName().c_str();
+    // Before the timeline is opened: a second instance must not empty the first one's file.
+    if (servedAlready(kInstance)) {
+        fprintf(stderr,
+                "vela-service: another vela-service already serves %s in this directory; stop it "
+                "first, or give this one another HOSTBINDER_DIR\n",
+                kInstance);
+        return vela_exit::kUnavailable;
     }
 
     VelaService::Options options;
@@ -177,12 +228,13 @@ int main(int argc, char** argv) {
         }
     }
 
+    stopOnSignal(stopSignals, options.trace);
+
     // A service serves on the threads it starts and joins: the pool's first thread, up to 8
     // more spawned as calls arrive, and this one. Joining alone would serve one call at a time.
     ABinderProcess_setThreadPoolMaxThreadCount(8);
     ABinderProcess_startThreadPool();
 
-    const char* kInstance = protocol::instanceName().c_str();
     auto service = ndk::SharedRefBase::make<VelaService>(std::move(options));
     std::string where;
     if (!registerService(service->asBinder().get(), kInstance, &where)) {

@@ -62,16 +62,21 @@ TEST_F(TraceWriterTest, RequestsCountersAndInstantsReadBackAfterClose) {
     trace.reset();
 
     const Json::Value e = events(true);
-    ASSERT_EQ(e.size(), 17u);
+    ASSERT_EQ(e.size(), 18u);
     EXPECT_EQ(e[0]["ph"], "M");
     EXPECT_EQ(e[0]["args"]["name"], "vela-service");
-    EXPECT_EQ(e[1]["ph"], "b");
-    EXPECT_EQ(e[1]["id"], 7);
-    EXPECT_EQ(e[1]["args"]["package"], "com.example");
+    // The wall clock of ts 0, as a number and as text.
+    EXPECT_EQ(e[1]["name"], "clock_anchor");
+    EXPECT_GT(e[1]["args"]["ts_zero_unix_us"].asInt64(), 1600000000000000);
+    EXPECT_EQ(e[1]["args"]["ts_zero_utc"].asString().back(), 'Z');
+    EXPECT_EQ(e[2]["ph"], "b");
+    EXPECT_EQ(e[2]["id"], 7);
+    EXPECT_EQ(e[2]["args"]["package"], "com.example");
+    EXPECT_TRUE(e[2]["args"]["duration"].isInt()) << "numbers are numbers";
     // Whole numbers are counters; anything else is an instant of the same name.
     const int64_t numbers[] = {1200, -3, 31};
     for (int i = 0; i < 10; ++i) {
-        const Json::Value& c = e[3 + i];
+        const Json::Value& c = e[4 + i];
         EXPECT_EQ(c["name"], "cpu.freq");
         EXPECT_EQ(c["ph"], i < 3 ? "C" : "i") << i;
         if (i < 3) {
@@ -82,12 +87,12 @@ TEST_F(TraceWriterTest, RequestsCountersAndInstantsReadBackAfterClose) {
     }
     // Ends carry the begin's name (viewers pair on it) and how the request ended; the slice
     // still open at close ends there.
-    EXPECT_EQ(e[13]["ph"], "e");
-    EXPECT_EQ(e[13]["name"], "ACTION_LAUNCH");
-    EXPECT_EQ(e[13]["args"]["ended"], "released");
-    EXPECT_EQ(e[15]["name"], "event 0");
-    EXPECT_EQ(e[15]["id"], 8);
-    EXPECT_EQ(e[16]["name"], "trace closed");
+    EXPECT_EQ(e[14]["ph"], "e");
+    EXPECT_EQ(e[14]["name"], "ACTION_LAUNCH");
+    EXPECT_EQ(e[14]["args"]["ended"], "released");
+    EXPECT_EQ(e[16]["name"], "event 0");
+    EXPECT_EQ(e[16]["id"], 8);
+    EXPECT_EQ(e[17]["name"], "trace closed");
     for (Json::ArrayIndex i = 1; i < e.size(); ++i) {
         EXPECT_GE(e[i]["ts"].asInt64(), e[i - 1]["ts"].asInt64());
         EXPECT_EQ(e[i]["pid"], getpid());
@@ -112,7 +117,7 @@ TEST_F(TraceWriterTest, HostileStringsStayValidJson) {
     for (const auto& c : cases) trace->instant(c.raw, c.raw, {{c.raw, c.raw}});
     const Json::Value e = events(false);
     for (size_t i = 0; i < std::size(cases); ++i) {
-        const Json::Value& event = e[static_cast<Json::ArrayIndex>(i + 1)];
+        const Json::Value& event = e[static_cast<Json::ArrayIndex>(i + 2)];
         EXPECT_EQ(event["cat"].asString(), cases[i].read) << i;
         EXPECT_EQ(event["args"][cases[i].read].asString(), cases[i].read) << i;
     }
@@ -133,7 +138,7 @@ TEST_F(TraceWriterTest, ThreadsWriteWholeLines) {
         });
     }
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(events(false).size(), 1u + 4 * 100 * 3);
+    EXPECT_EQ(events(false).size(), 2u + 4 * 100 * 3);
 }
 
 TEST_F(TraceWriterTest, AFullDiskStopsTracingWithOneLogLineAndWholeEvents) {

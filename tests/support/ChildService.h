@@ -44,6 +44,8 @@ public:
 
     // True while the child has not exited (reaps it when it has).
     bool running();
+    // The child's pid (for SIGSTOP and SIGCONT), -1 when none runs.
+    pid_t pid() const { return mPid; }
 
 private:
     bool launch();

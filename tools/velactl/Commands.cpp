@@ -4,6 +4,7 @@
 #include <iostream>
 #include <optional>
 
+#include "CallDeadline.h"
 #include "Embedded.h"
 #include "Hold.h"
 #include "ResourceArgs.h"
@@ -110,6 +111,9 @@ int Commands::execute(std::vector<std::string> args) {
         if (it == mBound.end()) continue;
         try {
             std::optional<WaitNotice> notice;
+            // Every call the command makes is bounded; its deliberate waits pause the clock.
+            std::optional<CallDeadline> deadline;
+            if (it->second.needs == Needs::kService) deadline.emplace(sub->get_name());
             if (it->second.needs == Needs::kService && !mCtx.embedded) {
                 if (int rc = requireService(mCtx); rc != kExitOk) return rc;
                 notice.emplace(mCtx);

@@ -1,5 +1,6 @@
 #include "Context.h"
 
+#include "CallDeadline.h"
 #include "Embedded.h"
 
 namespace velactl {
@@ -19,6 +20,7 @@ size_t Context::callbacksHeard() const {
 }
 
 bool Context::awaitCallbacks(size_t total, std::chrono::milliseconds timeout) const {
+    DeadlinePause waitingOnPurpose;
     std::unique_lock<std::mutex> lock(mLock);
     return mHeard.wait_for(lock, timeout, [&] { return mCallbacks >= total; });
 }

@@ -10,6 +10,7 @@
 #include "Embedded.h"
 #include "Limits.h"
 #include "Reporting.h"
+#include "ServiceDumpReader.h"
 
 namespace velactl {
 
@@ -33,6 +34,22 @@ constexpr DumpTable kDumps[] = {
         {"records", "record list", velaHalclient::velaDumpResRecordList},
 };
 
+// One of the service's own tables, read through the dump hook; null when it cannot be read (a
+// service of another make, or one that does not answer). The library answers alike for
+// "nothing there" and for a call that failed; the table tells them apart.
+Json::Value serviceTable(const char* table) {
+    std::string error;
+    const auto dump = readServiceDump({"--json", table}, &error);
+    if (!dump || !dump->found || dump->status != STATUS_OK) return Json::Value();
+    Json::Value doc;
+    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    const char* text = dump->text.data();
+    if (!reader->parse(text, text + dump->text.size(), &doc, nullptr) || !doc.isObject()) {
+        return Json::Value();
+    }
+    return doc[table];
+}
+
 std::vector<std::string> dumpNames() {
     std::vector<std::string> names{"all"};
     for (const auto& dump : kDumps) names.push_back(dump.name);
@@ -51,8 +68,15 @@ int runProp(Context& ctx, PropOptions& o) {
         if (o.args.size() != 1) throw UsageError{"write: prop get KEY", kExitUsage};
         const std::string& key = o.args[0];
         std::unique_ptr<char[]> value(velaHalclient::velaPropertyGet(key));
-        // The service answers an empty text for a property it does not hold.
+        // The service answers an empty text for a property it does not hold, and the library
+        // leaves the same when the call fails: the service's table says which it was.
         const bool absent = value == nullptr || value[0] == '\0';
+        if (absent) {
+            const Json::Value held = serviceTable("properties");
+            const bool heldNonEmpty = held.isObject() && held.isMember(key) &&
+                                      !(held[key].isString() && held[key].asString().empty());
+            if (!held.isObject() || heldNonEmpty) return failed(ctx, "prop get " + key, -1);
+        }
         Json::Value json;
         json["key"] = key;
         json["value"] = absent ? Json::Value() : Json::Value(value.get());
@@ -111,8 +135,10 @@ int runHistory(Context& ctx, HistoryOptions& o) {
     Json::Value json;
     if (PaxGetHistory(out) != 0) {
         json["records"] = records;
-        // The library answers the same for "nothing recorded" and for a failure; the service
-        // was reachable a moment ago, so it is most likely the former.
+        // The library answers the same for "nothing recorded" and for a failure (a service
+        // that turned the caller away); the service's own history table tells them apart.
+        const Json::Value kept = serviceTable("history");
+        if (!kept.isArray() || !kept.empty()) return failed(ctx, "history get", -1);
         ctx.out.result(
                 "no history records (recording is off, or nothing happened since it was "
                 "switched on)",

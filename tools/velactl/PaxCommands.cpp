@@ -71,7 +71,7 @@ int runAcquire(Context& ctx, AcquireOptions& o) {
             throw UsageError{"unknown action '" + o.action + "'" +
                                      suggestion(o.action, gActionList) +
                                      " (velactl actions lists them)",
-                             kExitData};
+                             kExitUsage};
         }
         event = *found;
         action = gActionList[event];
@@ -182,6 +182,8 @@ int runDataset(Context& ctx) {
 
 int runPower(Context& ctx) {
     const int32_t mw = PaxGetPowerConsis();
+    // The library answers -1 when the call fails: never a figure to print.
+    if (mw < 0) return failed(ctx, "power", mw);
     Json::Value json;
     json["power"] = mw;
     ctx.out.result("power consumption: " + std::to_string(mw), json);

@@ -6,11 +6,13 @@
 #include <chrono>
 #include <thread>
 
+#include "CallDeadline.h"
 #include "Embedded.h"
 #include "Output.h"
 #include "ResourceTable.h"
 #include "ServiceDumpReader.h"
 #include "ServiceWatch.h"
+#include "WallClock.h"
 #include "vela_protocol.h"
 
 namespace velactl {
@@ -94,7 +96,9 @@ int failed(Context& ctx, const std::string& what, int32_t result) {
             ctx.out.error("  service: " + line);
         }
     }
-    return kExitRefused;
+    // -1 is the library's own: the call did not get through (a service that turned the caller
+    // away, or is not there), which is not a refusal of the request itself.
+    return result == -1 ? kExitUnavailable : kExitRefused;
 }
 
 velaHalclient::ResourceList toList(const std::vector<ResourceArg>& args) {
@@ -168,16 +172,20 @@ void Printer::onCallback(std::vector<std::string> values, std::vector<std::strin
 }
 
 void Printer::print(const std::string& text, const Json::Value& items) {
+    const WallClock heard = WallClock::now();
     Json::Value json;
     json["callback"] = mLabel;
     json["handle"] = mHandle.load();
+    heard.stamp(&json);
     json["items"] = items;
-    mCtx.out.result("[" + mLabel + " " + std::to_string(mHandle) + " callback]" + text, json);
+    mCtx.out.result(heard.iso + " [" + mLabel + " " + std::to_string(mHandle) + " callback]" + text,
+                    json);
     ++mHeard;
     mCtx.callbackHeard();
 }
 
 bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
+    DeadlinePause waitingOnPurpose;
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!done()) {
         if (interrupted() || std::chrono::steady_clock::now() >= deadline) return done();

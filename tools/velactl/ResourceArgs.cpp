@@ -60,12 +60,15 @@ ResourceArg parseResource(const std::string& text, const ScenarioConfig& config,
         arg.opcode = *named;
     } else {
         const bool looksNumeric = isdigit(static_cast<unsigned char>(name[0])) || name[0] == '-';
-        throw UsageError{"malformed opcode '" + name + "': " +
-                         (looksNumeric ? "expected a non-zero 32-bit number such as 0x010108a0"
-                                       : "not a resource name" +
-                                                 suggestion(name, resourceNames(config)) +
-                                                 " (or give an opcode such as 0x010108a0, or a "
-                                                 "path starting with '/')")};
+        throw UsageError{
+                "malformed opcode '" + name + "': " +
+                        (looksNumeric
+                                 ? "expected a non-zero 32-bit number such as 0x010108a0"
+                                 : "not a resource name" + suggestion(name, resourceNames(config)) +
+                                           " (or give an opcode such as 0x010108a0, or a "
+                                           "path starting with '/')"),
+                // A name velactl does not know is a usage error, of whatever kind.
+                looksNumeric ? vela_exit::kDataError : vela_exit::kUsage};
     }
 
     if (rule == ValueRule::kForbidden && arg.value) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <thread>
 
 #include "Commands.h"
@@ -12,6 +13,7 @@
 #include "NumberOptions.h"
 #include "Reporting.h"
 #include "ResourceArgs.h"
+#include "ServiceWatch.h"
 
 namespace velactl {
 
@@ -52,9 +54,13 @@ std::vector<std::string> splitWords(const std::string& line) {
     return words;
 }
 
-int runScript(Context& ctx, std::istream& in, const std::string& name, bool keepGoing) {
+int runScript(Context& ctx, std::istream& in, const std::string& name, bool keepGoing,
+              bool keepListening) {
     ctx.scriptMode = true;
     int last = kExitOk;
+    // Watched from the first listener on: a listener is what a death takes away unseen.
+    std::unique_ptr<DeathWatch> death;
+    bool deathSaid = false;
     size_t number = 0;
     for (std::string line; std::getline(in, line);) {
         ++number;
@@ -72,6 +78,18 @@ int runScript(Context& ctx, std::istream& in, const std::string& name, bool keep
         }
         Commands commands(ctx, Commands::Mode::kScript);
         const int rc = commands.execute(words);
+        if (ctx.lastListener != 0 && !death && !ctx.embedded) {
+            death = std::make_unique<DeathWatch>();
+        }
+        if (death && death->died() && !deathSaid) {
+            deathSaid = true;
+            ctx.out.error(name + ":" + std::to_string(number) +
+                          ": the service died; the listeners this script registered (the last "
+                          "was " +
+                          std::to_string(ctx.lastListener) + ") went with it" +
+                          (keepListening ? "; going on (--keep-listening)" : ""));
+            if (!keepListening) return kExitUnavailable;
+        }
         if (rc == kExitOk) continue;
         ctx.out.error(name + ":" + std::to_string(number) + ": '" + clip(line, kEchoLimit) +
                       "' exited with " + std::to_string(rc));
@@ -93,7 +111,8 @@ const char kScriptHelp[] =
         "                        (default timeout 5000 ms)\n"
         "  echo WORD...          print a line\n"
         "  $handle, $listener    the last request handle and listener handle printed\n"
-        "The script stops at the first failing line (unless --keep-going) with its exit code.\n";
+        "The script stops at the first failing line (unless --keep-going) with its exit code, and\n"
+        "when the service dies under its listeners (unless --keep-listening) with 69.\n";
 
 }  // namespace
 
@@ -103,13 +122,16 @@ void bindRun(CLI::App& app, RunOptions& o) {
             ->required()
             ->type_name("");
     app.add_flag("-k,--keep-going", o.keepGoing, "go on after a failing line");
+    app.add_flag("--keep-listening", o.keepListening,
+                 "go on when the service dies and its listeners are lost (by default the script "
+                 "stops there with 69)");
 }
 
 int runRun(Context& ctx, RunOptions& o) {
-    if (o.file == "-") return runScript(ctx, std::cin, "stdin", o.keepGoing);
+    if (o.file == "-") return runScript(ctx, std::cin, "stdin", o.keepGoing, o.keepListening);
     std::ifstream in(o.file);
     if (!in) throw UsageError{"cannot read " + o.file + ": " + strerror(errno), kExitNoInput};
-    return runScript(ctx, in, o.file, o.keepGoing);
+    return runScript(ctx, in, o.file, o.keepGoing, o.keepListening);
 }
 
 void bindSleep(CLI::App& app, SleepOptions& o) {

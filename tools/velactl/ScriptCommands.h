@@ -15,11 +15,15 @@ namespace velactl {
 // a backslash escapes the next character. Throws UsageError on an unterminated quote.
 std::vector<std::string> splitWords(const std::string& line);
 
-int runScript(Context& ctx, std::istream& in, const std::string& name, bool keepGoing);
+// A script whose service dies while its listeners are in the background stops there with 69,
+// saying so, unless `keepListening`: the listeners are gone and what it awaits never comes.
+int runScript(Context& ctx, std::istream& in, const std::string& name, bool keepGoing,
+              bool keepListening = false);
 
 struct RunOptions {
     std::string file;
     bool keepGoing = false;
+    bool keepListening = false;  // go on when the service dies and takes the listeners along
 };
 void bindRun(CLI::App& app, RunOptions& o);
 int runRun(Context& ctx, RunOptions& o);

@@ -2,9 +2,14 @@
 
 #include <android/binder_manager.h>
 #include <hostbinder/hostbinder.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "vela_protocol.h"
 
@@ -15,6 +20,40 @@ namespace protocol = aidl::vendor::norvo::hardware::vela::protocol;
 bool serviceRunning() {
     ::ndk::SpAIBinder binder(AServiceManager_checkService(protocol::instanceName().c_str()));
     return binder.get() != nullptr;
+}
+
+Ping pingService(std::chrono::milliseconds timeout) {
+    struct Shared {
+        std::mutex lock;
+        std::condition_variable done;
+        std::optional<Ping> answer;
+    };
+    auto shared = std::make_shared<Shared>();
+    std::thread([shared] {
+        ::ndk::SpAIBinder binder(AServiceManager_checkService(protocol::instanceName().c_str()));
+        const Ping answer = binder.get() != nullptr && AIBinder_ping(binder.get()) == STATUS_OK
+                                    ? Ping::kAnswered
+                                    : Ping::kGone;
+        std::lock_guard<std::mutex> lock(shared->lock);
+        shared->answer = answer;
+        shared->done.notify_all();
+    }).detach();
+    std::unique_lock<std::mutex> lock(shared->lock);
+    if (!shared->done.wait_for(lock, timeout, [&] { return shared->answer.has_value(); })) {
+        return Ping::kSilent;
+    }
+    return *shared->answer;
+}
+
+int restartVelactl(Context& ctx) {
+    fflush(stdout);
+    fflush(stderr);
+    std::vector<char*> argv;
+    for (std::string& arg : ctx.commandLine) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    execv("/proc/self/exe", argv.data());
+    ctx.out.error(std::string("cannot start velactl again: ") + strerror(errno));
+    return kExitSoftware;
 }
 
 DeathWatch::DeathWatch() : mState(std::make_shared<State>()) {

@@ -5,6 +5,7 @@
 #include <android/binder_ibinder.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -16,6 +17,15 @@ namespace velactl {
 
 // The service answers in the directory velactl looks in (never waits).
 bool serviceRunning();
+
+// Whether the service answers a ping within `timeout`. The ping runs on a thread of its own,
+// left behind when the service is silent: a stopped service would hold it for ever.
+enum class Ping { kAnswered, kSilent, kGone };
+Ping pingService(std::chrono::milliseconds timeout);
+
+// Starts velactl again with its own command line (listen and top --follow, once the service is
+// back: the library still holds what belonged to the dead service); the exit code if it cannot.
+int restartVelactl(Context& ctx);
 
 // Notes the death of the service as it is now. Without a service (or with one in this
 // process, which cannot die apart from velactl) nothing is ever noted.

@@ -70,17 +70,6 @@ int32_t registerListener(Context& ctx, const ListenOptions& o, std::shared_ptr<P
     return velaHalclient::velaResListeningRegister(list, 0, printer);
 }
 
-int restartSelf(Context& ctx) {
-    fflush(stdout);
-    fflush(stderr);
-    std::vector<char*> argv;
-    for (std::string& arg : ctx.commandLine) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    execv("/proc/self/exe", argv.data());
-    ctx.out.error(std::string("cannot start velactl again: ") + strerror(errno));
-    return kExitSoftware;
-}
-
 void unregisterListener(const ListenOptions& o, int32_t handle) {
     // With the service gone the library would wait for it to come back, and then unregister a
     // handle the new service never gave: leave it.
@@ -209,7 +198,7 @@ int runListen(Context& ctx, ListenOptions& o) {
             // again; unregistering it on the new service could remove another client's
             // listener that got the same handle. A fresh velactl starts clean.
             ctx.out.error("the service is back: listening again");
-            return restartSelf(ctx);
+            return restartVelactl(ctx);
         }
         unregisterListener(o, handle);
         if (o.count > 0 && !enough) {

@@ -87,7 +87,11 @@ std::string screenOf(std::vector<std::string> lines) {
                             " more lines: a taller window, or name the resources)");
         }
         for (auto& line : lines) {
-            if (size.ws_col > 0 && line.size() > size.ws_col) line.resize(size.ws_col);
+            // A number cut short reads as another number: a cut line ends in a mark.
+            if (size.ws_col > 1 && line.size() > size.ws_col) {
+                line.resize(size.ws_col - 1u);
+                line += '>';
+            }
         }
     }
     std::string text = "\x1b[H";

@@ -4,11 +4,14 @@
 #include <android/binder_manager.h>
 #include <hostbinder/hostbinder.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 
+#include "CallDeadline.h"
 #include "Embedded.h"
 #include "ResourceArgs.h"
+#include "ServiceWatch.h"
 #include "vela_protocol.h"
 
 namespace velactl {
@@ -20,11 +23,15 @@ void bindActions(CLI::App& app, ActionsOptions& o) {
 }
 
 int runActions(Context& ctx, ActionsOptions& o) {
+    std::string wanted = o.filter;
+    if (wanted.rfind("MIRDAL_", 0) == 0) wanted = wanted.substr(7);
+    for (char& c : wanted) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
     std::string text;
     Json::Value rows(Json::arrayValue);
     for (size_t id = 0; id < gActionList.size(); ++id) {
         const std::string& name = gActionList[id];
-        if (!o.filter.empty() && name.find(o.filter) == std::string::npos) continue;
+        // As acquire resolves a name: any case, ACTION_ and MIRDAL_ optional.
+        if (!wanted.empty() && name.find(wanted) == std::string::npos) continue;
         const auto* scenario = ctx.config.scenarioFor(id);
         char line[128];
         snprintf(line, sizeof(line), "%3zu  %-44s%s", id, name.c_str(), scenario ? "scenario" : "");
@@ -48,7 +55,15 @@ int runActions(Context& ctx, ActionsOptions& o) {
 int runStatus(Context& ctx) {
     const char* instance = protocol::instanceName().c_str();
     ::ndk::SpAIBinder binder(AServiceManager_checkService(instance));
-    const bool running = binder.get() != nullptr;
+    bool running = binder.get() != nullptr;
+    binder.set(nullptr);
+    // Running is not answering: a stopped service still takes connections on its socket.
+    bool answering = false;
+    if (running) {
+        const Ping ping = pingService(callTimeout());
+        answering = ping == Ping::kAnswered;
+        running = ping != Ping::kGone;
+    }
     const bool declared = AServiceManager_isDeclared(instance);
     Json::Value json;
     json["directory"] = HostBinder_getDirectory();
@@ -56,6 +71,7 @@ int runStatus(Context& ctx) {
     json["instance"] = instance;
     json["declared"] = declared;
     json["running"] = running;
+    json["answering"] = answering;
     json["embedded"] = ctx.embedded != nullptr;
     const char* problem = HostBinder_directoryProblem();
     json["directory_problem"] = problem != nullptr ? Json::Value(problem) : Json::Value();
@@ -64,9 +80,13 @@ int runStatus(Context& ctx) {
                            (problem != nullptr ? std::string(" (refused: ") + problem + ")"
                                                : std::string()) +
                            "\n  manifest  " + HostBinder_getManifestDirectory() + "\n  declared  " +
-                           (declared ? "yes" : "no") + "\n  running   " + (running ? "yes" : "no"),
+                           (declared ? "yes" : "no") + "\n  running   " +
+                           (!running    ? "no"
+                            : answering ? "yes"
+                                        : "yes, but not answering (no answer to a ping within " +
+                                                  describeTimeout(callTimeout()) + ")"),
                    json);
-    return running ? kExitOk : kExitUnavailable;
+    return answering ? kExitOk : kExitUnavailable;
 }
 
 int requireService(Context& ctx) {

@@ -11,12 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "CallDeadline.h"
 #include "Commands.h"
 #include "Completion.h"
 #include "Embedded.h"
 #include "ExitCodes.h"
 #include "Interrupt.h"
 #include "LogLevel.h"
+#include "ManPage.h"
 #include "ResourceArgs.h"
 #include "Version.h"
 
@@ -31,13 +33,17 @@ const char kUsage[] =
         "\n"
         "Options (anywhere on the line):\n"
         "  --json            print each result as one JSON object on a line of its own\n"
-        "  -v, --verbose     show the library's log: info, then debug (-vv), then all (-vvv)\n"
-        "  -q, --quiet       show only the library's errors (the default shows warnings too)\n"
+        "  -v, --verbose     show the library's own log lines (none by default): info, then\n"
+        "                    debug (-vv), then all (-vvv)\n"
+        "  -q, --quiet       show none of the library's lines, whatever VELA_LOG_LEVEL says\n"
         "  --embedded        start a reference service inside velactl, in a private directory\n"
         "  --config FILE     scenario configuration: the embedded service's, and resource names\n"
         "  --sysfs-root DIR  the embedded service mirrors path resources as files under DIR\n"
         "  --trace FILE      the embedded service writes a timeline to FILE (trace-event JSON,\n"
         "                    which ui.perfetto.dev opens)\n"
+        "  --timeout SECONDS before the command: give each call to the service this long before\n"
+        "                    velactl gives up on it with exit code 69 (default 5; after the\n"
+        "                    command, --timeout is the command's own, in ms)\n"
         "  -h, --help        show this help; COMMAND --help shows a command's own\n"
         "  --version         show the version\n"
         "\n"
@@ -55,7 +61,11 @@ const char kEnvironment[] =
         "  HOSTBINDER_VINTF_DIR  the manifest fragments that declare it (default: beside\n"
         "                    the library, etc/vintf/manifest)\n"
         "  VELA_LOG_LEVEL    verbose|debug|info|warn|error|fatal|silent: the library's log level\n"
+        "                    (-v and -q on the command line win over it)\n"
+        "  VELACTL_TIMEOUT   seconds, as --timeout (the option wins over it)\n"
         "\n";
+
+Context* gContext = nullptr;  // for the call watchdog's way out
 
 [[noreturn]] void finish(Context& ctx, int rc) {
     // Leave without stopping an embedded service or running static destructors: binder
@@ -69,9 +79,9 @@ const char kEnvironment[] =
 }
 
 struct Globals {
-    bool json = false, embedded = false, help = false, version = false;
+    bool json = false, embedded = false, help = false, version = false, man = false;
     int louder = 0, quieter = 0;
-    std::string configFile, sysfsRoot, traceFile, completion;
+    std::string configFile, sysfsRoot, traceFile, completion, complete, timeout;
     std::vector<std::string> rest;
 };
 
@@ -113,8 +123,17 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
             g->embedded = true;
         } else if (word == "--version") {
             g->version = true;
+        } else if (word == "--man") {
+            g->man = true;
+        } else if (g->rest.empty() && value("--timeout", &g->timeout)) {
+            // Only before the command: after it, --timeout is a command's own wait in ms.
+            if (missing) {
+                fprintf(stderr, "velactl: --timeout needs a value in seconds\n");
+                return kExitUsage;
+            }
         } else if (value("--config", &g->configFile) || value("--sysfs-root", &g->sysfsRoot) ||
-                   value("--trace", &g->traceFile) || value("--completion", &g->completion)) {
+                   value("--trace", &g->traceFile) || value("--completion", &g->completion) ||
+                   value("--complete", &g->complete)) {
             if (missing) {
                 fprintf(stderr, "velactl: %s needs a value\n", word.c_str());
                 return kExitUsage;
@@ -141,11 +160,36 @@ int main(int argc, char** argv) {
         return kExitOk;
     }
 
+    // The command line wins over the environment.
+    const char* envTimeout = getenv("VELACTL_TIMEOUT");
+    const bool fromEnvironment = g.timeout.empty() && envTimeout != nullptr && *envTimeout != '\0';
+    if (!g.timeout.empty() || fromEnvironment) {
+        const std::string text = fromEnvironment ? envTimeout : g.timeout;
+        std::chrono::milliseconds timeout{};
+        if (!parseTimeoutSeconds(text, &timeout)) {
+            fprintf(stderr, "velactl: %s%s: write the timeout in seconds (0.001 to 86400)\n",
+                    fromEnvironment ? "VELACTL_TIMEOUT=" : "--timeout ", text.c_str());
+            return kExitData;
+        }
+        setCallTimeout(timeout);
+    }
+
     std::string logWarning;
-    const int display =
-            vela_log::choosePriority(ANDROID_LOG_WARN, g.louder, g.quieter, &logWarning);
+    // The library's lines are its developers' view, some of them at error priority for events
+    // that are normal (an empty history, say): by default velactl reports in its own words
+    // and shows none of them. -v shows them from info, and each further v a level more.
+    int display = ANDROID_LOG_SILENT;
+    if (g.louder > 0) {
+        display = g.louder == 1   ? ANDROID_LOG_INFO
+                  : g.louder == 2 ? ANDROID_LOG_DEBUG
+                                  : ANDROID_LOG_VERBOSE;
+    } else if (g.quieter == 0) {
+        display = vela_log::choosePriority(ANDROID_LOG_SILENT, 0, 0, &logWarning);
+    }
     installLogger(display, g.embedded);
     Context ctx;
+    gContext = &ctx;
+    setDeadlineExit([](int rc) { finish(*gContext, rc); });
     ctx.commandLine.assign(argv, argv + argc);
     ctx.out.setJson(g.json);
     if (!logWarning.empty()) ctx.out.error(logWarning);
@@ -178,6 +222,13 @@ int main(int argc, char** argv) {
         fputs(bashCompletion(commands).c_str(), stdout);
         finish(ctx, kExitOk);
     }
+    // Not in --help: the build runs `velactl --man` to write the installed man page.
+    if (g.man) {
+        fputs(manPage(commands, kUsage, kEnvironment).c_str(), stdout);
+        finish(ctx, kExitOk);
+    }
+    // Not in --help either: the completion script asks for the names that fit a word.
+    if (!g.complete.empty()) finish(ctx, printCandidates(ctx, g.complete));
     if (g.help || g.rest.empty()) {
         FILE* to = g.help ? stdout : stderr;
         fputs(kUsage, to);
