@@ -8,10 +8,13 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <optional>
 #include <vector>
 
+#include "CallDeadline.h"
 #include "Reporting.h"
 #include "ServiceWatch.h"
 #include "vela_protocol.h"
@@ -24,9 +27,12 @@ const char kHoldHelp[] =
         "\nWithout --duration the request holds while velactl runs: velactl stays, says so on\n"
         "stderr, and Ctrl-C or SIGTERM releases it (exit 0). With -- COMMAND ARGS... it holds\n"
         "for the life of COMMAND and exits with its status (127 when it cannot be started).\n"
-        "With a duration and no command it returns at once.\n";
+        "With a duration velactl stays until the duration is over, as the service ends a\n"
+        "request whose process is gone; Ctrl-C releases it sooner.\n";
 
 namespace {
+
+constexpr std::chrono::milliseconds kPastExpiry{200};
 
 // The signal handlers reach the hold through these: one hold at a time per process.
 int gWakePipe[2] = {-1, -1};
@@ -131,6 +137,7 @@ int holdForCommand(Context& ctx, int32_t handle) {
         return vela_exit::kCannotRun;
     }
     gChild = child;
+    std::optional<DeadlinePause> waitingOnPurpose(std::in_place);  // the command's life
     int error = 0;
     ssize_t got;
     do {
@@ -141,6 +148,7 @@ int holdForCommand(Context& ctx, int32_t handle) {
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     gChild = 0;
+    waitingOnPurpose.reset();
     const int released = release(ctx, handle);
     if (got == static_cast<ssize_t>(sizeof(error))) {
         ctx.out.error("cannot run " + clip(words[0], kEchoLimit) + ": " + strerror(error));
@@ -163,21 +171,34 @@ bool holdsRequests(const std::string& command) {
 
 int holdRequest(Context& ctx, int32_t handle, int32_t durationMs) {
     if (!ctx.heldCommand.empty()) return holdForCommand(ctx, handle);
-    if (durationMs > 0 || ctx.scriptMode) return kExitOk;
+    if (ctx.scriptMode) return kExitOk;
     SignalWake wake;
     if (!wake.ok()) {
         ctx.out.error(std::string("cannot wait for a signal: ") + strerror(errno));
         release(ctx, handle);
         return kExitSoftware;
     }
-    ctx.out.error("holding handle " + std::to_string(handle) +
-                  " until Ctrl-C (or SIGTERM) releases it; give --duration to return at once");
-    // A service that dies takes the hold with it: then there is nothing left to wait for.
-    DeathWatch death;
-    while (!wake.wait(250)) {
-        if (death.died()) {
-            ctx.out.error("the service died; handle " + std::to_string(handle) + " is gone");
-            return kExitUnavailable;
+    const std::string holding = "holding handle " + std::to_string(handle);
+    ctx.out.error(durationMs > 0 ? holding + " for " + std::to_string(durationMs) +
+                                           " ms; Ctrl-C (or SIGTERM) releases it sooner"
+                                 : holding + " until Ctrl-C (or SIGTERM) releases it");
+    // A timed request also lives no longer than velactl, so velactl waits it out. It stays a
+    // little past the duration so that the service ends the request as expired, which is what
+    // happened, rather than as left by a gone holder.
+    const auto expired =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(durationMs) + kPastExpiry;
+    {
+        // Holding is velactl waiting on purpose, not a call that hangs; the release after it
+        // is bounded again.
+        DeadlinePause waitingOnPurpose;
+        // A service that dies takes the hold with it: then there is nothing left to wait for.
+        DeathWatch death;
+        while (!wake.wait(250)) {
+            if (death.died()) {
+                ctx.out.error("the service died; handle " + std::to_string(handle) + " is gone");
+                return kExitUnavailable;
+            }
+            if (durationMs > 0 && std::chrono::steady_clock::now() >= expired) return kExitOk;
         }
     }
     return release(ctx, handle);
