@@ -37,11 +37,11 @@ public:
                 report(version ? *version : root, version ? "$.profile" : "$",
                        version ? "must be 1" : "missing \"profile\": not a node profile");
             }
-            if (const Json::Value* kernel = find(root, "kernel")) {
-                if (kernel->isString()) mReading.profile.kernel = kernel->asString();
+            if (auto* v = typed(root, "$", "kernel", &Json::Value::isString, "must be a string")) {
+                mReading.profile.kernel = v->asString();
             }
-            if (const Json::Value* uid = find(root, "uid")) {
-                if (uid->isInt64()) mReading.profile.uid = uid->asInt64();
+            if (auto* v = typed(root, "$", "uid", &Json::Value::isInt64, "must be an integer")) {
+                mReading.profile.uid = v->asInt64();
             }
             const Json::Value* nodes = find(root, "nodes");
             if (nodes == nullptr) {
