@@ -1,7 +1,7 @@
 // vela-service: the reference resource-control service.
 //
 //   vela-service [-v|-q]... [--config FILE] [--sysfs-root DIR] [--trace FILE]
-//   vela-service --check-config FILE [--exec-all]
+//   vela-service --check-config FILE [--exec-all | --profile PROFILE | --list-nodes]
 //
 // Serves "vendor.norvo.hardware.vela.IVela/default" until SIGTERM or SIGINT: on a host in
 // $HOSTBINDER_DIR, on a device with the service manager. With --check-config it verifies a
@@ -24,12 +24,15 @@
 #include "ConfigVerifier.h"
 #include "ExitCodes.h"
 #include "LogLevel.h"
+#include "ProfileCheck.h"
 #include "ServiceRegistration.h"
 #include "VelaService.h"
 #include "Version.h"
 
 using aidl::vendor::norvo::hardware::vela::impl::checkConfig;
+using aidl::vendor::norvo::hardware::vela::impl::checkConfigAgainstProfile;
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
+using aidl::vendor::norvo::hardware::vela::impl::listConfigNodes;
 using aidl::vendor::norvo::hardware::vela::impl::readConfigOrSayWhy;
 using aidl::vendor::norvo::hardware::vela::impl::registerService;
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
@@ -41,9 +44,12 @@ namespace {
 
 constexpr const char kUsage[] =
         "Usage: vela-service [OPTIONS]\n"
-        "       vela-service --check-config FILE [--exec-all]\n"
-        "Serves the reference resource-control service until SIGTERM or SIGINT (which close the\n"
-        "timeline and exit 0); or checks a scenario\n"
+        "       vela-service --check-config FILE [--exec-all | --profile PROFILE | --list-nodes]
+"
+        "Serves the reference resource-control service until SIGTERM or SIGINT (which close the
+"
+        "timeline and exit 0); or checks a scenario
+"
         "configuration as the service reads it, against the clients' action table too, and\n"
         "exits.\n"
         "\n"
@@ -56,6 +62,10 @@ constexpr const char kUsage[] =
         "                     'FILE: $.json.path: message', the verdict on stdout\n"
         "  --exec-all         with --check-config, when FILE is valid: apply each scenario in\n"
         "                     an embedded service, print what it changed, release it again\n"
+        "  --profile PROFILE  with --check-config: hold FILE's path resources against a target's\n"
+        "                     nodes (scripts/capture-node-profile.sh): missing or read-only\n"
+        "                     nodes and values a node would refuse, at their JSON paths\n"
+        "  --list-nodes       with --check-config: print the nodes FILE names, one a line\n"
         "  -v, --verbose      log more (debug, then verbose); the default is info\n"
         "  -q, --quiet        log less (warnings, then errors only)\n"
         "  -h, --help         show this help and exit\n"
@@ -73,7 +83,9 @@ struct Args {
     std::string sysfsRoot;
     std::string traceFile;
     std::string checkFile;
+    std::string profileFile;
     bool execAll = false;
+    bool listNodes = false;
     int louder = 0;
     int quieter = 0;
 };
@@ -86,6 +98,8 @@ int parseArgs(int argc, char** argv, Args* args) {
             {"trace", required_argument, nullptr, 't'},
             {"check-config", required_argument, nullptr, 'k'},
             {"exec-all", no_argument, nullptr, 'x'},
+            {"profile", required_argument, nullptr, 'p'},
+            {"list-nodes", no_argument, nullptr, 'l'},
             {"verbose", no_argument, nullptr, 'v'},
             {"quiet", no_argument, nullptr, 'q'},
             {"help", no_argument, nullptr, 'h'},
@@ -110,6 +124,12 @@ int parseArgs(int argc, char** argv, Args* args) {
             case 'x':
                 args->execAll = true;
                 break;
+            case 'p':
+                args->profileFile = optarg;
+                break;
+            case 'l':
+                args->listNodes = true;
+                break;
             case 'v':
                 ++args->louder;
                 break;
@@ -131,8 +151,14 @@ int parseArgs(int argc, char** argv, Args* args) {
         fprintf(stderr, "vela-service: unexpected argument '%s'\n", argv[optind]);
         return vela_exit::kUsage;
     }
-    if (args->execAll && args->checkFile.empty()) {
-        fprintf(stderr, "vela-service: --exec-all needs --check-config FILE\n");
+    const int modes = args->execAll + !args->profileFile.empty() + args->listNodes;
+    if (modes > 0 && args->checkFile.empty()) {
+        fprintf(stderr,
+                "vela-service: --exec-all, --profile and --list-nodes need --check-config FILE\n");
+        return vela_exit::kUsage;
+    }
+    if (modes > 1) {
+        fprintf(stderr, "vela-service: one of --exec-all, --profile and --list-nodes at a time\n");
         return vela_exit::kUsage;
     }
     if (!args->checkFile.empty() &&
@@ -191,6 +217,10 @@ int main(int argc, char** argv) {
             vela_log::choosePriority(usualPriority, args.louder, args.quieter, &logWarning));
     if (!logWarning.empty()) fprintf(stderr, "vela-service: %s\n", logWarning.c_str());
     if (!args.checkFile.empty()) {
+        if (args.listNodes) return listConfigNodes(args.checkFile, stdout, stderr);
+        if (!args.profileFile.empty()) {
+            return checkConfigAgainstProfile(args.checkFile, args.profileFile, stdout, stderr);
+        }
         return checkConfig(args.checkFile, args.execAll, stdout, stderr);
     }
 
