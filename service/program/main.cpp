@@ -44,12 +44,9 @@ namespace {
 
 constexpr const char kUsage[] =
         "Usage: vela-service [OPTIONS]\n"
-        "       vela-service --check-config FILE [--exec-all | --profile PROFILE | --list-nodes]
-"
-        "Serves the reference resource-control service until SIGTERM or SIGINT (which close the
-"
-        "timeline and exit 0); or checks a scenario
-"
+        "       vela-service --check-config FILE [--exec-all | --profile PROFILE | --list-nodes]\n"
+        "Serves the reference resource-control service until SIGTERM or SIGINT (which close the\n"
+        "timeline and exit 0); or checks a scenario\n"
         "configuration as the service reads it, against the clients' action table too, and\n"
         "exits.\n"
         "\n"
