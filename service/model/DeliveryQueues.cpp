@@ -34,9 +34,9 @@ DeliveryQueues::~DeliveryQueues() {
     {
         std::lock_guard<std::mutex> lock(mLock);
         mStopping = true;
-        for (auto& [pid, queue] : mQueues) queue.waiting.clear();
         queues.swap(mQueues);
     }
+    mWake.notify_all();
     mIdle.notify_all();
     // A thread still in a call finishes that call first: the owner's state outlives us.
     for (auto& [pid, queue] : queues) {
@@ -45,27 +45,37 @@ DeliveryQueues::~DeliveryQueues() {
 }
 
 void DeliveryQueues::post(pid_t receiver, Delivery delivery) {
-    std::lock_guard<std::mutex> lock(mLock);
-    if (mStopping) return;
-    // The queues of receivers with nothing on the way go, their threads with them (each has
-    // left its loop and only has to return): a process that is gone leaves nothing behind.
-    for (auto it = mQueues.begin(); it != mQueues.end();) {
-        Queue& idle = it->second;
-        if (it->first == receiver || idle.running || idle.busy || !idle.waiting.empty()) {
-            ++it;
-            continue;
+    std::vector<std::thread> leaving;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mStopping) return;
+        const auto now = std::chrono::steady_clock::now();
+        // Queues whose receivers have had nothing for a while go, so that processes that are
+        // gone leave no thread behind; their threads see it and leave.
+        for (auto it = mQueues.begin(); it != mQueues.end();) {
+            const Queue& idle = it->second;
+            if (it->first == receiver || idle.busy || !idle.waiting.empty() ||
+                now - idle.lastUsed < kIdleLife) {
+                ++it;
+                continue;
+            }
+            leaving.push_back(std::move(it->second.thread));
+            it = mQueues.erase(it);
         }
-        if (idle.thread.joinable()) idle.thread.join();
-        it = mQueues.erase(it);
+        auto [found, added] = mQueues.try_emplace(receiver);
+        Queue& queue = found->second;
+        if (added) {
+            queue.id = mNextId++;
+            queue.thread = std::thread([this, receiver, id = queue.id] { run(receiver, id); });
+        }
+        queue.lastUsed = now;
+        if (queue.waiting.size() < kMaxQueued || makeRoomLocked(receiver, queue, delivery)) {
+            queue.waiting.push_back(std::move(delivery));
+        }
     }
-    Queue& queue = mQueues[receiver];
-    if (queue.waiting.size() >= kMaxQueued && !makeRoomLocked(receiver, queue, delivery)) return;
-    queue.waiting.push_back(std::move(delivery));
-    if (queue.running) return;
-    // The previous thread has left its loop (running is false) and only has to return.
-    if (queue.thread.joinable()) queue.thread.join();
-    queue.running = true;
-    queue.thread = std::thread([this, receiver] { run(receiver); });
+    mWake.notify_all();
+    // Not in a call (they were idle): each leaves as soon as it wakes.
+    for (std::thread& thread : leaving) thread.join();
 }
 
 bool DeliveryQueues::makeRoomLocked(pid_t receiver, Queue& queue, Delivery& delivery) {
@@ -89,17 +99,15 @@ bool DeliveryQueues::makeRoomLocked(pid_t receiver, Queue& queue, Delivery& deli
     return true;
 }
 
-void DeliveryQueues::run(pid_t receiver) {
+void DeliveryQueues::run(pid_t receiver, uint64_t id) {
     std::unique_lock<std::mutex> lock(mLock);
     while (true) {
         auto found = mQueues.find(receiver);
-        // Only the destructor removes a queue; it has taken the thread with it.
-        if (found == mQueues.end()) return;
+        if (mStopping || found == mQueues.end() || found->second.id != id) return;
         Queue& queue = found->second;
-        if (mStopping || queue.waiting.empty()) {
-            queue.running = false;
-            if (idleLocked()) mIdle.notify_all();
-            return;
+        if (queue.waiting.empty()) {
+            mWake.wait(lock);
+            continue;
         }
         Delivery delivery = std::move(queue.waiting.front());
         queue.waiting.pop_front();
@@ -109,8 +117,11 @@ void DeliveryQueues::run(pid_t receiver) {
         // The callback proxy goes before the queue looks idle.
         delivery = Delivery{};
         lock.lock();
-        // The map may have been swapped out by the destructor meanwhile.
-        if (auto again = mQueues.find(receiver); again != mQueues.end()) again->second.busy = false;
+        if (auto again = mQueues.find(receiver); again != mQueues.end() && again->second.id == id) {
+            again->second.busy = false;
+            again->second.lastUsed = std::chrono::steady_clock::now();
+        }
+        if (idleLocked()) mIdle.notify_all();
     }
 }
 

@@ -1,6 +1,7 @@
-// Delivers callbacks to clients with one queue per receiving process, each run by a thread of
-// its own while it has work: a slow or silent receiver holds up only its own notifications.
-// A binder call that changes a value returns before anyone hears of the change.
+// Delivers callbacks to clients with one queue per receiving process, each served by a thread
+// of its own: a slow or silent receiver holds up only its own notifications. A binder call
+// that changes a value returns before anyone hears of the change. A queue and its thread go
+// once the receiver has had nothing for a while, so processes that are gone leave nothing.
 //
 // Each queue is bounded. When a receiver falls that far behind, what is queued for the same
 // listener is merged (each resource keeps its latest value, so what it hears stays in order,
@@ -10,6 +11,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -33,6 +35,7 @@ struct Delivery {
 class DeliveryQueues {
 public:
     static constexpr size_t kMaxQueued = 64;  // per receiving process
+    static constexpr std::chrono::seconds kIdleLife{10};
     using Deliver = std::function<void(const Delivery&)>;
 
     explicit DeliveryQueues(Deliver deliver);
@@ -48,20 +51,23 @@ public:
 
 private:
     struct Queue {
+        uint64_t id = 0;  // tells a queue from a later one for the same pid
         std::deque<Delivery> waiting;
-        bool busy = false;     // a delivery of this queue is in flight
-        bool running = false;  // its thread has not yet finished
+        bool busy = false;  // a delivery of this queue is in flight
+        std::chrono::steady_clock::time_point lastUsed;
         std::thread thread;
     };
-    void run(pid_t receiver);
+    void run(pid_t receiver, uint64_t id);
     // Makes room in a full queue for `delivery`; false when it was merged into what waits.
     bool makeRoomLocked(pid_t receiver, Queue& queue, Delivery& delivery);
     bool idleLocked() const;
 
     const Deliver mDeliver;
     mutable std::mutex mLock;
+    std::condition_variable mWake;  // work was queued, or a thread is to leave
     std::condition_variable mIdle;
     std::map<pid_t, Queue> mQueues;
+    uint64_t mNextId = 1;
     bool mStopping = false;
 };
 

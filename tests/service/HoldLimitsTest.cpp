@@ -46,19 +46,19 @@ TEST_F(HoldLimitsTest, ALeaseEndsARequestMadeUntilReleasedAndOnlyThat) {
     EXPECT_TRUE(seen);
 }
 
-// The shipped configuration pairs cpu.big.freq_min (default 710400) with cpu.big.freq_max
-// (default 2803200): a floor above the ceiling in force takes the ceiling's value until one
-// of them goes, and dumpsys names both holders.
+// The shipped configuration pairs cpu.little.freq_min (default 300000) with
+// cpu.little.freq_max (default 2016000): a floor above the ceiling in force takes the ceiling's
+// value until one of them goes, and dumpsys names both holders.
 TEST_F(HoldLimitsTest, AFloorAboveItsCeilingGetsTheCeiling) {
-    constexpr uint32_t kBigCeiling = 0x010100b0;
+    constexpr uint32_t kLittleCeiling = 0x010100a0;
     auto listener = ::ndk::SharedRefBase::make<RecordingCallback>();
     int32_t listening = -1;
-    ASSERT_TRUE(service->resListeningRegister(parcel(kKindControl, {item(kBigFloor)}), listener,
+    ASSERT_TRUE(service->resListeningRegister(parcel(kKindControl, {item(kLittleFloor)}), listener,
                                               &listening)
                         .isOk());
-    const int32_t ceiling = control({item(kBigCeiling, "1500000")});
-    const int32_t floor = control({item(kBigFloor, "2000000")});
-    EXPECT_EQ(value(kBigFloor), "1500000");
+    const int32_t ceiling = control({item(kLittleCeiling, "1500000")});
+    const int32_t floor = control({item(kLittleFloor, "2000000")});
+    EXPECT_EQ(value(kLittleFloor), "1500000");
 
     std::string dump;
     {
@@ -75,18 +75,19 @@ TEST_F(HoldLimitsTest, AFloorAboveItsCeilingGetsTheCeiling) {
         unlink(path);
     }
     EXPECT_NE(dump.find("! floor 2000000 (request " + std::to_string(floor) +
-                        ") exceeds ceiling 0x010100b0 cpu.big.freq_max = 1500000 (request " +
+                        ") exceeds ceiling 0x010100a0 cpu.little.freq_max = 1500000 (request " +
                         std::to_string(ceiling) + "): the ceiling wins"),
               std::string::npos)
             << dump;
 
     EXPECT_EQ(release(ceiling), kResultOk);
-    EXPECT_EQ(value(kBigFloor), "2000000");
+    EXPECT_EQ(value(kLittleFloor), "2000000");
     EXPECT_EQ(release(floor), kResultOk);
-    EXPECT_EQ(value(kBigFloor), "710400");
+    EXPECT_EQ(value(kLittleFloor), "300000");
     service->waitForDeliveries();
-    const std::string big = std::to_string(kBigFloor) + ":";
-    EXPECT_EQ(listener->calls(), (Texts{big + "1500000", big + "2000000", big + "710400"}));
+    const std::string little = std::to_string(kLittleFloor) + ":";
+    EXPECT_EQ(listener->calls(),
+              (Texts{little + "1500000", little + "2000000", little + "300000"}));
 }
 
 // The verifier refuses a scenario that claims a floor above its own ceiling.
