@@ -92,7 +92,7 @@ TEST(StuckServiceTest, SignalsCloseTheTimelineAndASecondServiceStepsBack) {
     const std::string trace = ::testing::TempDir() + "stop-" + std::to_string(getpid()) + ".json";
     for (int signal : {SIGTERM, SIGINT}) {
         auto child = startService(trace);
-        ASSERT_EQ(velactl({"acquire", "ACTION_LAUNCH"}).exitCode, 0);
+        ASSERT_EQ(velactl({"acquire", "ACTION_LAUNCH", "--", "true"}).exitCode, 0);
         if (signal == SIGTERM) {
             const Outcome second = finish(*launch(VELA_SERVICE_PATH, {"--trace", trace + "2"}));
             EXPECT_EQ(second.exitCode, 69) << second;

@@ -75,15 +75,15 @@ TEST_F(VelactlHoldTest, TheServicesReasonForARefusalReachesVelactl) {
                      "outside [0, 100]"))
             << run;
     // Hex, as the help says: the service reads decimal, velactl converts.
-    const Outcome hex = velactl({"request", "cpu.big.freq_min=0x2dc6c0", "--", VELACTL_PATH,
+    const Outcome hex = velactl({"request", "cpu.big.freq_min=0x1d4c00", "--", VELACTL_PATH,
                                  "state", "cpu.big.freq_min"});
     EXPECT_EQ(hex.exitCode, 0) << hex;
-    EXPECT_TRUE(hex.says("0x01010020 cpu.big.freq_min = 3000000\n")) << hex;
+    EXPECT_TRUE(hex.says("0x01010020 cpu.big.freq_min = 1920000\n")) << hex;
 }
 
 TEST_F(VelactlHoldTest, WhyNamesTheHoldersAndTheCauseOfEachChange) {
     auto holder = holding({"acquire", "launch", "--pkg", "com.example.why"});
-    ASSERT_EQ(velactl({"request", "cpu.little.freq_min=2100000", "-d", "50"}).exitCode, 0);
+    ASSERT_EQ(velactl({"request", "cpu.little.freq_min=2000000", "-d", "50"}).exitCode, 0);
     ASSERT_EQ(velactl({"rule", "7", "on", "sched.little.target_load=33"}).exitCode, 0);
     EXPECT_TRUE(waitUntil(
             [] {
@@ -110,8 +110,8 @@ TEST_F(VelactlHoldTest, WhyNamesTheHoldersAndTheCauseOfEachChange) {
     kill(holder->pid, SIGINT);
     EXPECT_EQ(finish(*holder).exitCode, 0);
     run = velactl({"why", "cpu.little.freq_min"});
-    EXPECT_TRUE(run.says(" -> 2100000 acquire: request ")) << run;
-    EXPECT_TRUE(run.says("2100000 -> 1804800 expiry: request ")) << run;
+    EXPECT_TRUE(run.says(" -> 2000000 acquire: request ")) << run;
+    EXPECT_TRUE(run.says("2000000 -> 1804800 expiry: request ")) << run;
     EXPECT_TRUE(run.says("1804800 -> 300000 release: request ")) << run;
     EXPECT_EQ(velactl({"why", "/nothing/here"}).exitCode, 2);
 }
@@ -130,7 +130,7 @@ TEST(VelactlNamesTest, NamesComeFromTheServiceVelactlTalksTo) {
     EXPECT_EQ(held.exitCode, 0) << held;
     EXPECT_TRUE(held.says("0x01990010 test.knob = 5\n")) << held;
     // Not the service's: velactl's own built-in table does not speak for it.
-    EXPECT_EQ(velactl({"state", "cpu.little.freq_min"}).exitCode, 65);
+    EXPECT_EQ(velactl({"state", "cpu.little.freq_min"}).exitCode, 64);
     unlink(file);
 }
 

@@ -96,18 +96,22 @@ int runDemo(Context& ctx) {
     run("state sched.little.target_load");
     expectValue(kLittleLoad, "60", "with the rule off, the launch's target load shows again");
 
-    step("Competing claims: the highest floor and the lowest ceiling win");
+    step("Competing claims: the highest floor and the lowest ceiling win, and a ceiling caps a "
+         "floor");
     run("acquire ACTION_CAMERA_OPEN --pkg com.example.camera");
     const int32_t cameraOpen = ctx.lastHandle;
     run("acquire ACTION_CAMERA_PREVIEW --pkg com.example.camera");
     const int32_t cameraPreview = ctx.lastHandle;
     run("state cpu.big.freq_min cpu.big.freq_max");
-    expectValue(kBigFloor, "2419200", "the launch's big floor is above the camera's 2208000");
     expectValue(kBigCeiling, "1996800", "the preview's big ceiling is below the default");
+    expectValue(kBigFloor, "1996800",
+                "the launch's big floor of 2419200 (above the camera's 2208000) is capped by the "
+                "preview's ceiling");
     run("release " + std::to_string(cameraOpen));
     run("release " + std::to_string(cameraPreview));
-    run("state cpu.big.freq_max");
+    run("state cpu.big.freq_min cpu.big.freq_max");
     expectValue(kBigCeiling, "2803200", "with the preview released the default ceiling is back");
+    expectValue(kBigFloor, "2419200", "and the launch's big floor shows again");
 
     step("A short floor boost above the launch's, for 300 ms");
     run("request cpu.little.freq_min=2016000 --duration 300");
