@@ -9,25 +9,11 @@
 #include <ctime>
 #include <random>
 
+#include "ServiceWords.h"
+
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
 using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
-
-namespace {
-
-std::string wallClock() {
-    auto now = std::chrono::system_clock::now();
-    time_t seconds = std::chrono::system_clock::to_time_t(now);
-    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()) % 1000;
-    struct tm parts {};
-    localtime_r(&seconds, &parts);
-    char text[32];
-    snprintf(text, sizeof(text), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
-             static_cast<int>(ms.count()));
-    return text;
-}
-
-}  // namespace
 
 void serviceLog(int priority, const char* format, ...) {
     va_list args;
@@ -59,7 +45,7 @@ void ServiceState::record(std::string text) {
     if (!recording) return;
     // Clients join records with ';'.
     std::replace(text.begin(), text.end(), ';', ',');
-    history.push_back(wallClock() + " " + text);
+    history.push_back(timeOfDay(std::chrono::system_clock::now()) + " " + text);
     while (history.size() > historyLimit) history.pop_front();
 }
 

@@ -47,16 +47,7 @@ Json::Value serviceTable(const char* table) {
     if (!serviceRunning() || pingService(kCompletionWait) != Ping::kAnswered) return Json::Value();
     setCallTimeout(kCompletionWait);
     CallDeadline bounded(std::string("dumpsys ") + table);
-    std::string error;
-    const auto dump = readServiceDump({"--json", table}, &error);
-    if (!dump || dump->status != STATUS_OK) return Json::Value();
-    Json::Value doc;
-    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    const char* text = dump->text.data();
-    if (!reader->parse(text, text + dump->text.size(), &doc, nullptr) || !doc.isObject()) {
-        return Json::Value();
-    }
-    return doc[table];
+    return readServiceTable(table).value_or(Json::Value());
 }
 
 std::string member(const Json::Value& row, const char* key) {

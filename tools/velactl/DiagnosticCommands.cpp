@@ -38,16 +38,7 @@ constexpr DumpTable kDumps[] = {
 // service of another make, or one that does not answer). The library answers alike for
 // "nothing there" and for a call that failed; the table tells them apart.
 Json::Value serviceTable(const char* table) {
-    std::string error;
-    const auto dump = readServiceDump({"--json", table}, &error);
-    if (!dump || !dump->found || dump->status != STATUS_OK) return Json::Value();
-    Json::Value doc;
-    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    const char* text = dump->text.data();
-    if (!reader->parse(text, text + dump->text.size(), &doc, nullptr) || !doc.isObject()) {
-        return Json::Value();
-    }
-    return doc[table];
+    return readServiceTable(table).value_or(Json::Value());
 }
 
 std::vector<std::string> dumpNames() {
