@@ -14,7 +14,6 @@
 #include <iostream>
 #include <map>
 #include <random>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -162,13 +161,15 @@ TEST_F(HoldersTest, ValuesReturnToTheirDefaultsOnceEveryHolderIsGone) {
     std::string history;
     ASSERT_EQ(PaxGetHistory(history), 0);
     std::map<int, int> begun, ended;
-    const std::regex begin("acquire handle (\\d+) "),
-            end("(release|expire|lease|holder gone) handle (\\d+)");
-    for (std::sregex_iterator it(history.begin(), history.end(), begin), none; it != none; ++it) {
-        ++begun[std::stoi((*it)[1])];
-    }
-    for (std::sregex_iterator it(history.begin(), history.end(), end), none; it != none; ++it) {
-        ++ended[std::stoi((*it)[2])];
+    for (const char* word : {"acquire", "release", "expire", "lease", "holder gone"}) {
+        const std::string marker = std::string(word) + " handle ";
+        for (size_t at = history.find(marker); at != std::string::npos;
+             at = history.find(marker, at + 1)) {
+            // "lease handle" is also the tail of "release handle": whole words only.
+            if (at > 0 && history[at - 1] != ' ' && history[at - 1] != '\n') continue;
+            const int handle = std::atoi(history.c_str() + at + marker.size());
+            ++(word == std::string("acquire") ? begun : ended)[handle];
+        }
     }
     EXPECT_FALSE(begun.empty()) << history;
     for (const auto& [handle, times] : begun) {
