@@ -36,6 +36,10 @@ const std::string kKnob = "/proc/e2e/holders";                    // no default:
 // released), "r N" releases its N-th acquisition, "s MS" sleeps, "p" waits to be killed; at the
 // end it exits holding whatever it still holds.
 int runHolderScript(const std::string& script) {
+    // The kill is timed from this line: an emulated child may take longer to start than the
+    // longest delay the test draws.
+    printf("started\n");
+    fflush(stdout);
     std::istringstream in(script);
     std::vector<int> handles;
     for (std::string step; in >> step;) {
@@ -126,6 +130,10 @@ TEST_F(HoldersTest, ValuesReturnToTheirDefaultsOnceEveryHolderIsGone) {
     std::mt19937 rng(static_cast<std::mt19937::result_type>(seed));
 
     ASSERT_EQ(velaHistoryRequestRecordOn(), 0);
+    // One request of its own, so that the history is never empty when every holder was killed
+    // before its first call.
+    ASSERT_EQ(velaResCtlRelease(velaResCtlRequest(0, ResourceList{Resource{kLittleLoad, "50"}}, 0)),
+              0);
     const auto defaults = snapshot();
     ASSERT_FALSE(defaults.empty());
 
@@ -138,6 +146,10 @@ TEST_F(HoldersTest, ValuesReturnToTheirDefaultsOnceEveryHolderIsGone) {
             holders.push_back(paxtest::launch("/proc/self/exe", {}, "",
                                               {std::string(kScriptEnv) + "=" + script}));
             killAfterMs.push_back(50 + static_cast<int>(rng() % 400));
+        }
+        for (const auto& holder : holders) {
+            ASSERT_TRUE(paxtest::waitUntil([&] { return holder->read(1) == "started\n"; },
+                                           std::chrono::seconds(20)));
         }
         const auto started = std::chrono::steady_clock::now();
         for (int i = 0; i < 3; ++i) {

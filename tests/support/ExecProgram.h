@@ -8,9 +8,12 @@
 // exec() makes none but execve and _exit.
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -30,7 +33,7 @@ public:
         }
         if (argv.empty()) argv.push_back(path);
         const std::string emulator = PAX_TEST_EMULATOR;
-        if (emulator.empty()) {
+        if (emulator.empty() || !builtForTheEmulator(path)) {
             mProgram = path;
             mWords = std::move(argv);
         } else {
@@ -52,11 +55,41 @@ public:
     }
 
 private:
+    // A program of this build is started through the emulator; the machine's own (a shell)
+    // is started as it is, or the emulator would refuse it as foreign.
+    static bool builtForTheEmulator(const std::string& path) {
+        unsigned char header[20] = {};
+        FILE* file = fopen(path.c_str(), "rb");
+        if (file == nullptr) return true;  // let the emulator say what is wrong with it
+        const size_t got = fread(header, 1, sizeof(header), file);
+        fclose(file);
+        constexpr unsigned kAarch64 = 183;  // e_machine, little-endian at offset 18
+        return got == sizeof(header) && memcmp(header, "\x7f" "ELF", 4) == 0 &&
+               (header[18] | header[19] << 8) == kAarch64;
+    }
+
     std::string mProgram;
     std::vector<std::string> mWords;
     std::vector<char*> mRaw;
     std::vector<std::string> mEnvWords;
     std::vector<char*> mEnv;
 };
+
+// A path the kernel itself can start, for a program of this build that another program starts
+// (a shell, or velactl's `-- COMMAND`): the program itself natively; in a cross build, a script
+// beside it (PATH.native) that starts it through the emulator. Each test process writes its own
+// copy and renames it into place, so tests running at once never see half a script.
+inline std::string kernelRunnable(const std::string& path) {
+    const std::string emulator = PAX_TEST_EMULATOR;
+    if (emulator.empty()) return path;
+    const std::string script = path + ".native";
+    const std::string mine = script + "." + std::to_string(getpid());
+    FILE* file = fopen(mine.c_str(), "w");
+    if (file == nullptr) return path;
+    fprintf(file, "#!/bin/sh\nexec %s %s \"$@\"\n", emulator.c_str(), path.c_str());
+    const bool written = fclose(file) == 0 && chmod(mine.c_str(), 0755) == 0 &&
+                         rename(mine.c_str(), script.c_str()) == 0;
+    return written ? script : path;
+}
 
 }  // namespace paxtest
