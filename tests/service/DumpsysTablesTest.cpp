@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "LogCapture.h"
@@ -20,27 +19,6 @@ constexpr uint32_t kPrimeCeiling = 0x010100c0;  // cpu.prime.freq_max, arbitrati
 
 class DumpsysTablesTest : public VelaServiceTest {
 protected:
-    struct Answer {
-        binder_status_t status;
-        std::string text;
-    };
-    // What an asker reads from its end of the descriptor it handed over.
-    Answer dumpsys(std::vector<const char*> args) {
-        int fds[2];
-        EXPECT_EQ(0, pipe(fds));
-        std::string text;
-        std::thread reader([&] {
-            char buffer[4096];
-            ssize_t n;
-            while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, n);
-        });
-        const binder_status_t status =
-                service->dump(fds[1], args.data(), static_cast<uint32_t>(args.size()));
-        close(fds[1]);
-        reader.join();
-        close(fds[0]);
-        return {status, text};
-    }
     Json::Value dumpsysJson(std::vector<const char*> args) {
         args.insert(args.begin(), "--json");
         const Answer answer = dumpsys(args);

@@ -1,9 +1,6 @@
 // What the configuration bounds a hold by: a lease on requests made until released, and a
 // ceiling that a floor of the same knob cannot exceed.
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
 
 #include "ServiceFixture.h"
 #include "Waiter.h"
@@ -60,20 +57,7 @@ TEST_F(HoldLimitsTest, AFloorAboveItsCeilingGetsTheCeiling) {
     const int32_t floor = control({item(kLittleFloor, "2000000")});
     EXPECT_EQ(value(kLittleFloor), "1500000");
 
-    std::string dump;
-    {
-        char path[] = "/tmp/bounds-dump-XXXXXX";
-        const int fd = mkstemp(path);
-        ASSERT_GE(fd, 0);
-        const char* args[] = {"resources"};
-        EXPECT_EQ(service->dump(fd, args, 1), STATUS_OK);
-        lseek(fd, 0, SEEK_SET);
-        char buffer[65536];
-        const ssize_t n = read(fd, buffer, sizeof(buffer));
-        dump.assign(buffer, n > 0 ? static_cast<size_t>(n) : 0);
-        close(fd);
-        unlink(path);
-    }
+    const std::string dump = dumpsys({"resources"}).text;
     EXPECT_NE(dump.find("! floor 2000000 (request " + std::to_string(floor) +
                         ") exceeds ceiling 0x010100a0 cpu.little.freq_max = 1500000 (request " +
                         std::to_string(ceiling) + "): the ceiling wins"),

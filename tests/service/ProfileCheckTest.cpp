@@ -124,6 +124,7 @@ TEST_F(ProfileCheckTest, EachMismatchIsNamedAtItsPath) {
 
 TEST_F(ProfileCheckTest, ABrokenProfileIsRefusedInWords) {
     const std::string config = write("config.json", kConfig);
+    const std::string at = "$.nodes['" + std::string(kFreq) + "'].";
     const struct {
         std::string text;
         std::vector<std::string> lines;
@@ -133,16 +134,10 @@ TEST_F(ProfileCheckTest, ABrokenProfileIsRefusedInWords) {
              {"$: missing \"profile\": not a node profile", "$.nodes: must be an object"}},
             {profileOf(node(kFreq, R"("exists": "yes", "mode": "rw", "accepts": {
                  "avaliable": [1], "min": "low", "max": 5, "available": [1.5, {}]})")),
-             {"$.nodes['" + std::string(kFreq) + "'].exists: must be true or false",
-              "$.nodes['" + std::string(kFreq) + "'].mode: must be octal digits (\"0644\")",
-              "$.nodes['" + std::string(kFreq) + "'].accepts.avaliable: unknown key",
-              "$.nodes['" + std::string(kFreq) + "'].accepts.min: must be a 64-bit integer",
-              "$.nodes['" + std::string(kFreq) +
-                      "'].accepts.available[0]: must be an integer "
-                      "or a string",
-              "$.nodes['" + std::string(kFreq) +
-                      "'].accepts.available[1]: must be an integer "
-                      "or a string"}},
+             {at + "exists: must be true or false", at + "mode: must be octal digits (\"0644\")",
+              at + "accepts.avaliable: unknown key", at + "accepts.min: must be a 64-bit integer",
+              at + "accepts.available[0]: must be an integer or a string",
+              at + "accepts.available[1]: must be an integer or a string"}},
     };
     for (const auto& tc : cases) {
         const std::string profile = write("target.json", tc.text);

@@ -4,6 +4,7 @@
 
 #include <aidl/vendor/norvo/hardware/vela/BnVelaCallback.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <mutex>
 #include <optional>
@@ -116,6 +117,27 @@ protected:
         std::string text = "<unset>";
         EXPECT_TRUE(service->propertyGet(key, &text).isOk());
         return text;
+    }
+    struct Answer {
+        binder_status_t status;
+        std::string text;
+    };
+    // What an asker of dumpsys reads from its end of the descriptor it handed over.
+    Answer dumpsys(std::vector<const char*> args) {
+        int fds[2];
+        EXPECT_EQ(0, pipe(fds));
+        std::string text;
+        std::thread reader([&] {
+            char buffer[4096];
+            ssize_t n;
+            while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, n);
+        });
+        const binder_status_t status =
+                service->dump(fds[1], args.data(), static_cast<uint32_t>(args.size()));
+        close(fds[1]);
+        reader.join();
+        close(fds[0]);
+        return {status, text};
     }
 
     std::shared_ptr<VelaService> service = ::ndk::SharedRefBase::make<VelaService>();

@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "LogCapture.h"
+#include "ServiceFixture.h"
 #include "TraceWriter.h"
-#include "VelaService.h"
 #include "Waiter.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
@@ -22,7 +22,8 @@ namespace aidl::vendor::norvo::hardware::vela::impl {
 using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
 namespace {
 
-class TraceWriterTest : public ::testing::Test {
+// On the service fixture, whose helpers drive the counter test's tracing service.
+class TraceWriterTest : public VelaServiceTest {
 protected:
     std::string path = ::testing::TempDir() + "trace-" + std::to_string(getpid()) + ".json";
     void TearDown() override { unlink(path.c_str()); }
@@ -173,31 +174,7 @@ TEST_F(TraceWriterTest, EachCounterEndsAtTheValueInForceAfterEveryStep) {
     std::string error;
     options.trace = TraceWriter::open(path, &error);
     ASSERT_TRUE(options.trace) << error;
-    auto service = ::ndk::SharedRefBase::make<VelaService>(std::move(options));
-    auto item = [](int32_t id, std::optional<std::string> value = {}) {
-        VelaRequestData data{};
-        data.id = id;
-        data.value = std::move(value);
-        return data;
-    };
-    auto request = [&](int32_t kind, std::vector<VelaRequestData> items, int64_t durationMs = 0) {
-        VelaRequestParcel parcel{};
-        parcel.requestType = kind;
-        parcel.requestDatas = std::move(items);
-        parcel.param2 = durationMs;
-        int32_t handle = -1;
-        EXPECT_TRUE(service->resCtlRequest(parcel, &handle).isOk());
-        return handle;
-    };
-    auto release = [&](int32_t handle) {
-        int32_t result = -1;
-        EXPECT_TRUE(service->resCtlRelease(handle, &result).isOk());
-        EXPECT_EQ(result, kResultOk);
-    };
-    auto rule = [&](int32_t status) {
-        int32_t result = -1;
-        EXPECT_TRUE(service->ruleCtl(7, status, {item(0x010108a0, "33")}, &result).isOk());
-    };
+    service = ::ndk::SharedRefBase::make<VelaService>(std::move(options));
     auto expectCountersMatch = [&](const std::string& step) {
         std::map<std::string, std::string> last;
         for (const Json::Value& e : events(false)) {
@@ -213,24 +190,23 @@ TEST_F(TraceWriterTest, EachCounterEndsAtTheValueInForceAfterEveryStep) {
         }
     };
 
-    const int32_t launch = request(kKindEvent, {item(0)});
+    const int32_t launch = event(kLaunch);
     expectCountersMatch("launch");
-    const int32_t open = request(kKindEvent, {item(11)});
-    const int32_t preview = request(kKindEvent, {item(17)});
+    const int32_t open = event(11);
+    const int32_t preview = event(17);
     expectCountersMatch("camera open and preview over the launch");
     release(launch);
     expectCountersMatch("the launch, winner of the big floor, released");
-    const int32_t held =
-            request(kKindControl, {item(0x01010010, "2000000"), item(0x01011040, "on")});
+    const int32_t held = control({item(kLittleFloor, "2000000"), item(0x01011040, "on")});
     expectCountersMatch("a floor and a text value");
     release(held);
     // Looked at only once it has expired: a check in between would race the expiry thread.
-    request(kKindControl, {item(0x01010010, "2000000")}, 20);
+    control({item(kLittleFloor, "2000000")}, 20);
     ASSERT_TRUE(paxtest::waitUntil([&] { return service->stats().expired == 1; }));
     expectCountersMatch("expiry");
-    rule(1);
+    rule(7, 1, {item(kLittleLoad, "33")});
     expectCountersMatch("rule on");
-    rule(0);
+    rule(7, 0);
     release(open);
     release(preview);
     expectCountersMatch("all gone");

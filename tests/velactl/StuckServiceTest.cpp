@@ -120,17 +120,13 @@ TEST(StuckServiceTest, SignalsCloseTheTimelineAndASecondServiceStepsBack) {
 // listen lines and top frames carry their time, as text and (with --json) as a number that
 // never goes back.
 TEST(StuckServiceTest, ListenLinesAndTopFramesCarryTheirTime) {
-    const Outcome listened = velactl({"--embedded", "run", "-"},
-                                     "listen cpu.little.freq_min\n"
-                                     "request cpu.little.freq_min=1500000 -d 50\n"
-                                     "await 2\n");
+    const std::string script =
+            "listen cpu.little.freq_min\nrequest cpu.little.freq_min=1500000 -d 50\nawait 2\n";
+    const Outcome listened = velactl({"--embedded", "run", "-"}, script);
     ASSERT_EQ(listened.exitCode, 0) << listened;
     EXPECT_NE(listened.out.find("Z [listener "), std::string::npos) << listened;
 
-    const Outcome json = velactl({"--embedded", "--json", "run", "-"},
-                                 "listen cpu.little.freq_min\n"
-                                 "request cpu.little.freq_min=1500000 -d 50\n"
-                                 "await 2\n");
+    const Outcome json = velactl({"--embedded", "--json", "run", "-"}, script);
     const Outcome top =
             velactl({"--embedded", "--json", "top", "--iterations", "3", "--interval", "10"});
     ASSERT_EQ(top.exitCode, 0) << top;

@@ -1,7 +1,6 @@
 // velactl and vela-service as a user runs them: scripts through `run -` against an embedded
 // service, the exit code and first words for each kind of mistake, and velactl against a
 // service in another process that dies or is interrupted.
-#include <PaxWrapper.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <poll.h>
@@ -22,12 +21,9 @@
 
 #include "ChildService.h"
 #include "RunProgram.h"
-#include "ScenarioConfig.h"
 #include "Waiter.h"
 
 namespace {
-
-using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
 
 using namespace paxtest;
 
@@ -261,15 +257,6 @@ TEST(VelactlTest, DemoCompletesEveryStep) {
     EXPECT_TRUE(endsWith(run, 0, {"every check passed"}));
     // Leaving must not read to the library as the embedded service dying.
     EXPECT_FALSE(run.says("died")) << run;
-}
-
-TEST(VelactlTest, ConfiguredScenariosNameTheirEventsAsTheActionTableDoes) {
-    // The service reads event N as the N-th action; a scenario filed under the wrong id would
-    // silently apply to another action.
-    for (const auto& [event, scenario] : ScenarioConfig::builtIn().scenarios()) {
-        ASSERT_LT(static_cast<size_t>(event), gActionList.size());
-        EXPECT_EQ(gActionList[event], scenario.action) << "event " << event;
-    }
 }
 
 // velactl in a pseudo-terminal, as a person runs it: what it drew, and keys typed at it.
