@@ -64,7 +64,11 @@ private:
         const size_t got = fread(header, 1, sizeof(header), file);
         fclose(file);
         constexpr unsigned kAarch64 = 183;  // e_machine, little-endian at offset 18
-        return got == sizeof(header) && memcmp(header, "\x7f" "ELF", 4) == 0 &&
+        return got == sizeof(header) &&
+               memcmp(header,
+                      "\x7f"
+                      "ELF",
+                      4) == 0 &&
                (header[18] | header[19] << 8) == kAarch64;
     }
 

@@ -39,7 +39,7 @@ protected:
 };
 
 TEST_F(CompletionTest, OffersTheKindOfWordThatFitsWhereTheCursorIs) {
-    const std::string velactl = VELACTL_PATH;
+    const std::string velactl = kernelRunnable(VELACTL_PATH);
     const struct {
         std::vector<std::string> words;
         std::string offers;

@@ -56,8 +56,8 @@ TEST_F(VelactlHoldTest, ARequestHoldsWhileVelactlOrItsCommandRuns) {
         EXPECT_EQ(littleFloor(), idle);
     }
     // The command sees the request in force, and its status is velactl's.
-    Outcome run = velactl({"request", "cpu.little.freq_min=2000000", "--", VELACTL_PATH, "state",
-                           "cpu.little.freq_min"});
+    Outcome run = velactl({"request", "cpu.little.freq_min=2000000", "--",
+                           kernelRunnable(VELACTL_PATH), "state", "cpu.little.freq_min"});
     EXPECT_EQ(run.exitCode, 0) << run;
     EXPECT_TRUE(run.says(raised)) << run;
     EXPECT_EQ(velactl({"acquire", "launch", "--", "sh", "-c", "exit 3"}).exitCode, 3);
@@ -121,8 +121,8 @@ TEST(VelactlNamesTest, NamesComeFromTheServiceVelactlTalksTo) {
     ChildService service;
     ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH, {"-q", "--config", file}));
     // Hex, as the help says: the service reads decimal, velactl converts.
-    const Outcome held =
-            velactl({"request", "test.knob=0x5", "--", VELACTL_PATH, "state", "test.knob"});
+    const Outcome held = velactl(
+            {"request", "test.knob=0x5", "--", kernelRunnable(VELACTL_PATH), "state", "test.knob"});
     EXPECT_EQ(held.exitCode, 0) << held;
     EXPECT_TRUE(held.says("0x01990010 test.knob = 5\n")) << held;
     // Not the service's: velactl's own built-in table does not speak for it.
