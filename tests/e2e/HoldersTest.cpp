@@ -132,8 +132,8 @@ TEST_F(HoldersTest, ValuesReturnToTheirDefaultsOnceEveryHolderIsGone) {
     ASSERT_EQ(velaHistoryRequestRecordOn(), 0);
     // One request of its own, so that the history is never empty when every holder was killed
     // before its first call.
-    ASSERT_EQ(velaResCtlRelease(velaResCtlRequest(0, ResourceList{Resource{kLittleLoad, "50"}}, 0)),
-              0);
+    ResourceList own{Resource{kLittleLoad, "50"}};
+    ASSERT_EQ(velaResCtlRelease(velaResCtlRequest(0, own, 0)), 0);
     const auto defaults = snapshot();
     ASSERT_FALSE(defaults.empty());
 
