@@ -26,13 +26,21 @@ const char* changeCauseName(ChangeCause cause) {
     return "other";
 }
 
-ChangeCause causeOfEnd(const std::string& how) {
-    if (how == "released") return ChangeCause::kRelease;
-    if (how == "expired") return ChangeCause::kExpiry;
-    // A lease's end is an expiry of its own kind: "lease", "lease expired", "lease ended".
-    if (how.rfind("lease", 0) == 0) return ChangeCause::kLease;
-    if (how == "holder gone" || how == "died" || how == "gone") return ChangeCause::kHolderGone;
-    return ChangeCause::kOther;
+const char* endWord(ChangeCause cause) {
+    switch (cause) {
+        case ChangeCause::kRelease:
+            return "released";
+        case ChangeCause::kExpiry:
+            return "expired";
+        case ChangeCause::kAcquire:
+        case ChangeCause::kLease:
+        case ChangeCause::kHolderGone:
+        case ChangeCause::kRule:
+        case ChangeCause::kThermal:
+        case ChangeCause::kOther:
+            break;
+    }
+    return changeCauseName(cause);
 }
 
 void ChangeLog::setCause(ChangeCause cause, std::string by) {

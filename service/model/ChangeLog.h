@@ -27,9 +27,9 @@ enum class ChangeCause {
     kOther
 };
 const char* changeCauseName(ChangeCause cause);
-// The cause of a request's end, from the word its end is logged with ("released", "expired",
-// "lease", "holder gone"); kOther for a word it does not know.
-ChangeCause causeOfEnd(const std::string& how);
+// The word a request's end is written with on the timeline ("released", "expired", "lease",
+// "holder gone").
+const char* endWord(ChangeCause cause);
 
 struct LoggedChange {
     std::chrono::system_clock::time_point when;

@@ -157,7 +157,7 @@ int32_t RequestBook::releaseLocked(int32_t handle, const char* why) {
                counted(it->second.resources.size(), "resource").c_str());
     mState.record(std::string(why) + " handle " + std::to_string(handle));
     ++mState.counters.released;
-    endLocked(it, "released");
+    endLocked(it, ChangeCause::kRelease);
     return kResultOk;
 }
 
@@ -172,14 +172,14 @@ void RequestBook::onExpired(int32_t handle, ServiceClock::time_point deadline) {
     mState.record(std::string(what) + " handle " + std::to_string(handle) + " after " +
                   std::to_string(ms) + " ms");
     ++mState.counters.expired;
-    endLocked(it, lease ? "lease" : "expired");
+    endLocked(it, lease ? ChangeCause::kLease : ChangeCause::kExpiry);
 }
 
-void RequestBook::endLocked(std::map<int32_t, Request>::iterator request, const char* how) {
+void RequestBook::endLocked(std::map<int32_t, Request>::iterator request, ChangeCause cause) {
     std::vector<Change> changes = mState.table.drop(Holder::request(request->first));
     mHolders->unwatch(request->second.watch);
-    if (mState.trace) mState.trace->end(request->first, how);
-    mState.changeLog.setCause(causeOfEnd(how), holderWords(mState, request->second));
+    if (mState.trace) mState.trace->end(request->first, endWord(cause));
+    mState.changeLog.setCause(cause, holderWords(mState, request->second));
     mState.requests.erase(request);
     publishLocked(changes);
 }

@@ -43,8 +43,9 @@ private:
     void onExpired(int32_t handle, ServiceClock::time_point deadline);
     // Ends every request of a process that is gone (RequestBookHolders.cpp).
     void onHolderGone(uint64_t token, pid_t pid);
-    // What a release and an expiry share once they have logged and counted.
-    void endLocked(std::map<int32_t, Request>::iterator request, const char* how);
+    // What every end of a request shares once it has logged and counted: `cause` goes to the
+    // change log as it is and to the timeline as its word.
+    void endLocked(std::map<int32_t, Request>::iterator request, ChangeCause cause);
 
     ServiceState& mState;
     ListenerRegistry& mListeners;

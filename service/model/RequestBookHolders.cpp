@@ -35,7 +35,7 @@ void RequestBook::onHolderGone(uint64_t token, pid_t pid) {
         if (it->second.deadline) mTimer->cancel(handle, *it->second.deadline);
         mState.record("holder gone handle " + std::to_string(handle) + " pid " +
                       std::to_string(pid));
-        endLocked(it, "holder gone");
+        endLocked(it, ChangeCause::kHolderGone);
     }
 }
 
