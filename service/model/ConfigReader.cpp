@@ -504,33 +504,34 @@ ConfigReading readConfig(const std::string& text) {
     return ConfigReader().read(root);
 }
 
-ConfigReading readConfigFile(const std::string& file) {
-    ConfigReading reading;
+std::optional<std::string> readBoundedText(const std::string& file, std::string* text) {
     const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        reading.unreadable = "cannot open " + file + ": " + strerror(errno);
-        return reading;
-    }
-    std::string text;
+    if (fd < 0) return "cannot open " + file + ": " + strerror(errno);
+    std::optional<std::string> why;
     char buffer[16384];
-    for (;;) {
+    while (text->size() <= kMaxConfigBytes) {
         const ssize_t n = read(fd, buffer, sizeof(buffer));
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            reading.unreadable = "cannot read " + file + ": " + strerror(errno);
-            break;
-        }
-        if (n == 0) break;
-        text.append(buffer, static_cast<size_t>(n));
-        if (text.size() > kMaxConfigBytes) {
-            reading.problems.push_back({"$", "larger than " +
-                                                     std::to_string(kMaxConfigBytes >> 20) +
-                                                     " MiB: not a configuration"});
-            break;
-        }
+        if (n < 0) why = "cannot read " + file + ": " + strerror(errno);
+        if (n <= 0) break;
+        text->append(buffer, static_cast<size_t>(n));
     }
     close(fd);
-    return reading.unreadable.empty() && reading.problems.empty() ? readConfig(text) : reading;
+    return why;
+}
+
+ConfigReading readConfigFile(const std::string& file) {
+    ConfigReading reading;
+    std::string text;
+    if (auto why = readBoundedText(file, &text)) {
+        reading.unreadable = *why;
+    } else if (text.size() > kMaxConfigBytes) {
+        reading.problems.push_back({"$", "larger than " + std::to_string(kMaxConfigBytes >> 20) +
+                                                 " MiB: not a configuration"});
+    } else {
+        reading = readConfig(text);
+    }
+    return reading;
 }
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -3,6 +3,7 @@
 // is well formed. What it refuses, nothing in the program accepts.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,5 +33,10 @@ ConfigReading readConfigFile(const std::string& file);
 
 // Above this a file is not read: no configuration comes near, and a device node would never end.
 constexpr size_t kMaxConfigBytes = 4 << 20;
+
+// Reads at most a little over kMaxConfigBytes of `file` into `text` (a longer file is too big
+// to be a profile or a configuration, which the caller tells by its size): nothing, or why it
+// cannot be read ("cannot open FILE: …", "cannot read FILE: …").
+std::optional<std::string> readBoundedText(const std::string& file, std::string* text);
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -1,11 +1,7 @@
 #include "NodeProfile.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cstring>
 #include <initializer_list>
 
@@ -202,22 +198,6 @@ ProfileReading readNodeProfile(const std::string& text) {
         return reading;
     }
     return ProfileReader().read(root);
-}
-
-std::optional<std::string> readBoundedText(const std::string& file, std::string* text) {
-    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return "cannot open " + file + ": " + strerror(errno);
-    std::optional<std::string> why;
-    char buffer[16384];
-    while (text->size() <= kMaxConfigBytes) {
-        const ssize_t n = read(fd, buffer, sizeof(buffer));
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) why = "cannot read " + file + ": " + strerror(errno);
-        if (n <= 0) break;
-        text->append(buffer, static_cast<size_t>(n));
-    }
-    close(fd);
-    return why;
 }
 
 ProfileReading readNodeProfileFile(const std::string& file) {

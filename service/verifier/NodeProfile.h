@@ -52,9 +52,6 @@ struct ProfileReading {
 };
 
 ProfileReading readNodeProfile(const std::string& text);
-// Reads at most kMaxConfigBytes + 1 bytes of `file` into `text` (a longer file is too big to be
-// a profile or a configuration): nothing, or why it cannot be read.
-std::optional<std::string> readBoundedText(const std::string& file, std::string* text);
 ProfileReading readNodeProfileFile(const std::string& file);
 
 }  // namespace aidl::vendor::norvo::hardware::vela::impl
