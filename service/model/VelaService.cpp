@@ -444,9 +444,13 @@ void VelaService::waitForDeliveries() {
     mListeners.waitForDeliveries();
 }
 
-std::vector<std::pair<ResourceKey, std::string>> VelaService::valuesInForce() const {
+std::vector<VelaService::InForce> VelaService::valuesInForce() const {
     std::lock_guard<std::mutex> lock(mLock);
-    return mState.table.inForce();
+    std::vector<InForce> out;
+    for (auto& [key, value] : mState.table.inForce()) {
+        out.push_back({key, std::move(value), mState.table.holderOf(key)});
+    }
+    return out;
 }
 
 std::set<int32_t> VelaService::activeHandles() const {

@@ -76,7 +76,12 @@ public:
     std::optional<std::string> valueOf(const ResourceKey& key) const;
     const ScenarioConfig& config() const { return mState.config; }
     Stats stats() const;
-    std::vector<std::pair<ResourceKey, std::string>> valuesInForce() const;
+    struct InForce {
+        ResourceKey key;
+        std::string value;
+        std::optional<Holder> holder;  // none: the default shows
+    };
+    std::vector<InForce> valuesInForce() const;
 
     // --- For a replay on a virtual clock (Options::clock) ---------------------------------
     std::optional<ServiceClock::time_point> nextDeadline() { return mRequests.nextDeadline(); }

@@ -13,6 +13,7 @@ namespace velactl {
 
 using aidl::vendor::norvo::hardware::vela::VelaRequestData;
 using aidl::vendor::norvo::hardware::vela::VelaRequestParcel;
+using aidl::vendor::norvo::hardware::vela::impl::Holder;
 using aidl::vendor::norvo::hardware::vela::impl::ResourceKey;
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
 using aidl::vendor::norvo::hardware::vela::impl::ScopedCaller;
@@ -94,7 +95,7 @@ public:
             int cause = -1;
             for (int32_t handle : before) {
                 if (mService->activeHandles().count(handle) == 0 && mCauseOf.count(handle)) {
-                    cause = addCause("end of " + mOut->causes[mCauseOf[handle]], false);
+                    cause = addCause("end of " + mOut->causes[mCauseOf[handle]]);
                     break;
                 }
             }
@@ -113,22 +114,21 @@ public:
         if (call == "resCtlRequest") {
             const VelaRequestParcel parcel = parcelOf(args);
             mService->resCtlRequest(parcel, &result);
-            cause = addCause(
-                    words + " kind " + std::to_string(parcel.requestType) + " (" + who + ")", true);
+            cause = addCause(words + " kind " + std::to_string(parcel.requestType) + " (" + who +
+                             ")");
             if (result > 0 && line["answer"].asInt() > 0) {
                 mHandles[line["answer"].asInt()] = result;
                 mCauseOf[result] = cause;
             }
         } else if (call == "resCtlRelease") {
             mService->resCtlRelease(replayed(args["handle"].asInt()), &result);
-            cause = addCause(words + " (" + who + ")", false);
+            cause = addCause(words + " (" + who + ")");
         } else if (call == "ruleCtl") {
             mService->ruleCtl(args["ruleId"].asInt(), args["status"].asInt(),
                               itemsOf(args["items"]), &result);
             cause = addCause(words + " " + std::to_string(args["ruleId"].asInt()) +
-                                     (args["status"].asInt() != 0 ? " on" : " off") + " (" + who +
-                                     ")",
-                             args["status"].asInt() != 0);
+                             (args["status"].asInt() != 0 ? " on" : " off") + " (" + who + ")");
+            if (result == 0) mRuleCause[args["ruleId"].asInt()] = cause;
         } else if (call == "setRelatedSysInfo") {
             mService->setRelatedSysInfo(args["info"].asInt(), args["value"].asInt64(), &result);
         } else if (call == "propertySet") {
@@ -137,7 +137,7 @@ public:
             std::vector<int32_t> handles;
             for (const Json::Value& h : line["handles"]) handles.push_back(replayed(h.asInt()));
             mService->holderGone(pid, handles);
-            cause = addCause(words + " (" + who + ")", false);
+            cause = addCause(words + " (" + who + ")");
         }
         // Listener registrations are left out: a listener hears values and changes none.
         observe(ms, cause);
@@ -159,34 +159,42 @@ private:
         return it == mHandles.end() ? recorded : it->second;
     }
 
-    int addCause(std::string words, bool claims) {
+    int addCause(std::string words) {
         mOut->causes.push_back(std::move(words));
-        mOut->claims.push_back(claims);
         return static_cast<int>(mOut->causes.size()) - 1;
+    }
+
+    int heldBy(const std::optional<Holder>& holder) const {
+        if (!holder) return -1;
+        const auto& causes = holder->kind == Holder::Kind::kRule ? mRuleCause : mCauseOf;
+        auto it = causes.find(holder->id);
+        return it == causes.end() ? -1 : it->second;
     }
 
     // A new stretch for every resource whose value differs from its last.
     void observe(int64_t ms, int cause) {
-        std::map<std::string, std::string> now;
-        for (const auto& [key, value] : mService->valuesInForce()) {
-            now[nameOf(mConfig, key)] = value;
+        std::map<std::string, std::pair<std::string, int>> now;
+        for (const auto& entry : mService->valuesInForce()) {
+            now[nameOf(mConfig, entry.key)] = {entry.value, heldBy(entry.holder)};
         }
         for (auto& [name, segments] : mOut->resources) {
-            if (now.count(name) == 0) now[name] = "";
+            if (now.count(name) == 0) now[name] = {"", -1};
         }
-        for (const auto& [name, value] : now) {
+        for (const auto& [name, state] : now) {
+            const auto& [value, holder] = state;
             auto& segments = mOut->resources[name];
             if (!segments.empty() && segments.back().value == value) continue;
             if (!segments.empty() && segments.back().startMs == ms) {
                 // Two changes at one instant: only the later one was ever in force.
                 segments.back().value = value;
                 segments.back().cause = cause;
+                segments.back().heldBy = holder;
                 if (segments.size() > 1 && segments[segments.size() - 2].value == value) {
                     segments.pop_back();
                 }
                 continue;
             }
-            segments.push_back({ms, value, cause});
+            segments.push_back({ms, value, cause, holder});
         }
     }
 
@@ -196,6 +204,7 @@ private:
     ReplayTimeline* mOut;
     std::map<int32_t, int32_t> mHandles;  // recorded handle -> this replay's
     std::map<int32_t, int> mCauseOf;      // this replay's handle -> the call that made it
+    std::map<int32_t, int> mRuleCause;    // rule id -> the call that switched it on
 };
 
 }  // namespace

@@ -17,14 +17,13 @@ struct ReplaySegment {
     int64_t startMs = 0;
     std::string value;  // empty: the resource has no value in force
     int cause = -1;     // index into ReplayTimeline::causes; -1: the configuration's start
+    int heldBy = -1;    // the call whose claim is in force; -1: the configuration's default
 };
 
 struct ReplayTimeline {
     int64_t endMs = 0;  // the time of the record's last call
     // What started each stretch, in words: the recorded line, its call and its caller.
     std::vector<std::string> causes;
-    // Whether the cause was a call that claims (a request or a rule), and so holds its value.
-    std::vector<bool> claims;
     // By resource name (the configuration's, else its key), in name order.
     std::map<std::string, std::vector<ReplaySegment>> resources;
 };

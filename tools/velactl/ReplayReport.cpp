@@ -50,8 +50,7 @@ Summary summarize(const ReplayTimeline& timeline, const std::vector<ReplaySegmen
         if (!number) numeric = false;
         if (number) weighted += static_cast<long double>(*number) * ms;
         span += ms;
-        const int cause = segments[i].cause;
-        if (cause >= 0 && timeline.claims[cause] && ms > longestMs) {
+        if (segments[i].heldBy >= 0 && ms > longestMs) {
             longestMs = ms;
             s.longest = i;
         }
@@ -62,6 +61,13 @@ Summary summarize(const ReplayTimeline& timeline, const std::vector<ReplaySegmen
 
 std::string causeText(const ReplayTimeline& timeline, int cause) {
     return cause < 0 ? "the configuration" : timeline.causes[cause];
+}
+
+// Whose value it is, and what put it in force when that was another call (an end, a release).
+std::string sideText(const ReplayTimeline& timeline, int heldBy, int cause) {
+    std::string text = heldBy < 0 ? "the configuration's default" : timeline.causes[heldBy];
+    if (cause != heldBy && cause >= 0) text += ", since " + timeline.causes[cause];
+    return text;
 }
 
 // The value and its cause at `ms` (the last segment starting at or before it).
@@ -79,7 +85,8 @@ const ReplaySegment* segmentAt(const std::vector<ReplaySegment>* segments, int64
 struct DiffRange {
     int64_t fromMs, toMs;
     std::string a, b;
-    int causeA, causeB;
+    int causeA, causeB;    // what started each side's stretch
+    int heldByA, heldByB;  // whose claim each side's value is
 };
 
 std::map<std::string, std::vector<DiffRange>> diff(const ReplayTimeline& a,
@@ -111,7 +118,8 @@ std::map<std::string, std::vector<DiffRange>> diff(const ReplayTimeline& a,
                 ranges.back().toMs = to;  // one range while both values stay
                 continue;
             }
-            ranges.push_back({at[i], to, va->value, vb->value, va->cause, vb->cause});
+            ranges.push_back({at[i], to, va->value, vb->value, va->cause, vb->cause, va->heldBy,
+                              vb->heldBy});
         }
     }
     return out;
@@ -137,7 +145,7 @@ std::string replaySummaryText(const ReplayTimeline& timeline) {
             const ReplaySegment& seg = segments[*s.longest];
             out += "  longest hold: " + shown(seg.value) + " for " +
                    seconds(endOf(segments, *s.longest, timeline.endMs) - seg.startMs) + " from " +
-                   seconds(seg.startMs) + ", by " + timeline.causes[seg.cause] + "\n";
+                   seconds(seg.startMs) + ", by " + timeline.causes[seg.heldBy] + "\n";
         }
     }
     return out;
@@ -161,7 +169,7 @@ Json::Value replaySummaryJson(const ReplayTimeline& timeline) {
             l["value"] = seg.value;
             l["from_ms"] = Json::Int64(seg.startMs);
             l["ms"] = Json::Int64(endOf(segments, *s.longest, timeline.endMs) - seg.startMs);
-            l["by"] = timeline.causes[seg.cause];
+            l["by"] = timeline.causes[seg.heldBy];
         }
         resources.append(r);
     }
@@ -176,8 +184,8 @@ std::string replayDiffText(const ReplayTimeline& a, const ReplayTimeline& b) {
         out += name + ":\n";
         for (const DiffRange& r : list) {
             out += "  " + seconds(r.fromMs) + " - " + seconds(r.toMs) + ": A " + shown(r.a) +
-                   ", B " + shown(r.b) + "\n    A by " + causeText(a, r.causeA) + "\n    B by " +
-                   causeText(b, r.causeB) + "\n";
+                   ", B " + shown(r.b) + "\n    A: " + sideText(a, r.heldByA, r.causeA) +
+                   "\n    B: " + sideText(b, r.heldByB, r.causeB) + "\n";
         }
     }
     return out;
@@ -197,8 +205,10 @@ Json::Value replayDiffJson(const ReplayTimeline& a, const ReplayTimeline& b) {
             range["to_ms"] = Json::Int64(d.toMs);
             range["a"] = d.a;
             range["b"] = d.b;
-            range["a_by"] = causeText(a, d.causeA);
-            range["b_by"] = causeText(b, d.causeB);
+            range["a_held_by"] = causeText(a, d.heldByA);
+            range["b_held_by"] = causeText(b, d.heldByB);
+            range["a_since"] = causeText(a, d.causeA);
+            range["b_since"] = causeText(b, d.causeB);
             out.append(range);
         }
         resources.append(r);
