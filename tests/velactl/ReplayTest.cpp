@@ -83,16 +83,20 @@ TEST_F(ReplayTest, ReplayFollowsTheLiveRunAndPrintsTheSameBytesTwice) {
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_EQ(parse(line)["record"], "vela-calls");
     size_t calls = 0;
+    std::string recordedPid;
     for (; std::getline(lines, line); ++calls) {
         const Json::Value call = parse(line);
         EXPECT_TRUE(call["t"].isIntegral() && call["pid"].isIntegral()) << line;
+        recordedPid = "pid " + call["pid"].asString();
     }
     EXPECT_EQ(calls, 6u);  // request, launch, release, touch boost, rule on, rule off
 
     const Outcome first = velactl({"--trace", mDir + "replay.json", "replay", record()});
     ASSERT_EQ(first.exitCode, 0) << first;
     EXPECT_EQ(valuesByTrack(mDir + "replay.json"), valuesByTrack(mDir + "live.json"));
+    // The holder is the recorded caller, not the replaying process.
     EXPECT_NE(first.out.find("longest hold: 1804800"), std::string::npos) << first;
+    EXPECT_NE(first.out.find("com.example.mail, " + recordedPid), std::string::npos) << first;
     EXPECT_EQ(velactl({"replay", record()}).out, first.out);
     EXPECT_EQ(velactl({"--json", "replay", record()}).out,
               velactl({"--json", "replay", record()}).out);
