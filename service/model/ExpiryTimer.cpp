@@ -2,8 +2,9 @@
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
-ExpiryTimer::ExpiryTimer(Expired onExpired)
-    : mOnExpired(std::move(onExpired)), mThread([this] { run(); }) {}
+ExpiryTimer::ExpiryTimer(Expired onExpired, bool ownThread) : mOnExpired(std::move(onExpired)) {
+    if (ownThread) mThread = std::thread([this] { run(); });
+}
 
 ExpiryTimer::~ExpiryTimer() {
     {
@@ -11,7 +12,7 @@ ExpiryTimer::~ExpiryTimer() {
         mStopping = true;
     }
     mWake.notify_all();
-    mThread.join();
+    if (mThread.joinable()) mThread.join();
 }
 
 void ExpiryTimer::arm(int32_t handle, Clock::time_point deadline) {
@@ -25,6 +26,23 @@ void ExpiryTimer::arm(int32_t handle, Clock::time_point deadline) {
 void ExpiryTimer::cancel(int32_t handle, Clock::time_point deadline) {
     std::lock_guard<std::mutex> lock(mLock);
     mDeadlines.erase({deadline, handle});
+}
+
+std::optional<ExpiryTimer::Clock::time_point> ExpiryTimer::next() {
+    std::lock_guard<std::mutex> lock(mLock);
+    if (mDeadlines.empty()) return std::nullopt;
+    return mDeadlines.begin()->first;
+}
+
+void ExpiryTimer::expireDue(Clock::time_point now) {
+    std::unique_lock<std::mutex> lock(mLock);
+    while (!mDeadlines.empty() && mDeadlines.begin()->first <= now) {
+        const auto first = *mDeadlines.begin();
+        mDeadlines.erase(mDeadlines.begin());
+        lock.unlock();
+        mOnExpired(first.second, first.first);
+        lock.lock();
+    }
 }
 
 void ExpiryTimer::run() {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 #include <utility>
@@ -19,13 +20,20 @@ public:
     using Clock = std::chrono::steady_clock;
     using Expired = std::function<void(int32_t handle, Clock::time_point deadline)>;
 
-    explicit ExpiryTimer(Expired onExpired);
+    // Without a thread of its own, nothing expires until expireDue() says so: the time is then
+    // a clock that the owner moves (a replay).
+    explicit ExpiryTimer(Expired onExpired, bool ownThread = true);
     ~ExpiryTimer();
     ExpiryTimer(const ExpiryTimer&) = delete;
     ExpiryTimer& operator=(const ExpiryTimer&) = delete;
 
     void arm(int32_t handle, Clock::time_point deadline);
     void cancel(int32_t handle, Clock::time_point deadline);
+
+    // The earliest deadline armed, if any.
+    std::optional<Clock::time_point> next();
+    // Calls back, in deadline order, for every deadline at or before `now`.
+    void expireDue(Clock::time_point now);
 
 private:
     void run();

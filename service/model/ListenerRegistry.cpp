@@ -50,7 +50,7 @@ int32_t ListenerRegistry::add(Listener listener, const char* what) {
         std::lock_guard<std::mutex> lock(mLock);
         return mState.reject(kResultBadRequest, std::string(what) + " without a callback");
     }
-    listener.pid = AIBinder_getCallingPid();
+    listener.pid = callingPid();
 
     uint64_t link;
     {

@@ -22,7 +22,8 @@ RequestBook::RequestBook(ServiceState& state, ListenerRegistry& listeners, std::
       mTimer(std::make_unique<ExpiryTimer>(
               [this](int32_t handle, ServiceClock::time_point deadline) {
                   onExpired(handle, deadline);
-              })),
+              },
+              /*ownThread=*/!state.virtualClock)),
       mHolders(std::make_unique<HolderWatch>(
               [this](uint64_t token, pid_t pid) { onHolderGone(token, pid); })) {}
 
@@ -75,8 +76,8 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
     request.package = parcel.packageName.value_or("");
     request.identity = parcel.identity.value_or("");
     request.durationMs = parcel.param2;
-    request.pid = AIBinder_getCallingPid();
-    request.made = ServiceClock::now();
+    request.pid = callingPid();
+    request.made = mState.now();
     const std::string kind = requestKindName(request.kind);
 
     size_t firstResource = 0;
@@ -112,7 +113,8 @@ int32_t RequestBook::acquireLocked(const VelaRequestParcel& parcel) {
     }
 
     request.handle = mState.newHandle();
-    request.watch = mHolders->watch(request.pid);
+    // A replayed caller's pid names no process here: its end comes from the record instead.
+    request.watch = mState.virtualClock ? 0 : mHolders->watch(request.pid);
     request.leaseMs = leaseFor(mState.config, request).value_or(0);
     const int64_t holdMs = request.durationMs > 0 ? request.durationMs : request.leaseMs;
     if (holdMs > 0) {

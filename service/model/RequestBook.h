@@ -32,6 +32,13 @@ public:
     // A status of 0 turns the rule off.
     int32_t ruleLocked(int32_t ruleId, int32_t status, const std::vector<VelaRequestData>& items);
 
+    // For a service on a virtual clock (ServiceState::virtualClock): the next deadline of a
+    // timed request, and the end of every request due by `now`. Called without the lock.
+    std::optional<ServiceClock::time_point> nextDeadline() { return mTimer->next(); }
+    void expireDue(ServiceClock::time_point now) { mTimer->expireDue(now); }
+    // A replayed holder's process ended: its requests among `handles` end. Takes the lock.
+    void holderGone(pid_t pid, const std::vector<int32_t>& handles);
+
     // Sends the changes on to the mirror, the timeline and the listeners.
     void publishLocked(const std::vector<Change>& changes);
 
@@ -43,6 +50,7 @@ private:
     void onExpired(int32_t handle, ServiceClock::time_point deadline);
     // Ends every request of a process that is gone (RequestBookHolders.cpp).
     void onHolderGone(uint64_t token, pid_t pid);
+    void endHoldersLocked(pid_t pid, const std::vector<int32_t>& handles);
     // What every end of a request shares once it has logged and counted: `cause` goes to the
     // change log as it is and to the timeline as its word.
     void endLocked(std::map<int32_t, Request>::iterator request, ChangeCause cause);

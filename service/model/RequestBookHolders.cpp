@@ -22,11 +22,25 @@ void RequestBook::onHolderGone(uint64_t token, pid_t pid) {
     for (const auto& [handle, request] : mState.requests) {
         if (request.watch == token) handles.push_back(handle);
     }
+    endHoldersLocked(pid, handles);
+}
+
+void RequestBook::holderGone(pid_t pid, const std::vector<int32_t>& handles) {
+    std::lock_guard<std::mutex> lock(mLock);
+    std::vector<int32_t> held;
+    for (int32_t handle : handles) {
+        if (mState.requests.count(handle) != 0) held.push_back(handle);
+    }
+    endHoldersLocked(pid, held);
+}
+
+void RequestBook::endHoldersLocked(pid_t pid, const std::vector<int32_t>& handles) {
     if (handles.empty()) return;
     std::string list;
     for (int32_t handle : handles) list += (list.empty() ? "" : " ") + std::to_string(handle);
     serviceLog(ANDROID_LOG_INFO, "holder gone: pid %d ended holding %s (%s)", pid,
                counted(handles.size(), "request").c_str(), list.c_str());
+    if (mState.recorder) mState.recorder->holderGone(pid, handles);
     if (mState.trace) {
         mState.trace->instant("holder gone", "pid " + std::to_string(pid), {{"handles", list}});
     }

@@ -23,10 +23,11 @@ void serviceLog(int priority, const char* format, ...) {
 }
 
 ServiceState::ServiceState(ScenarioConfig config, size_t historyLimit,
-                           std::shared_ptr<TraceWriter> trace)
+                           std::shared_ptr<TraceWriter> trace, std::shared_ptr<VirtualClock> clock)
     : config(std::move(config)),
       historyLimit(std::max<size_t>(historyLimit, 1)),
       trace(std::move(trace)),
+      virtualClock(std::move(clock)),
       mEpoch(static_cast<int32_t>(1 + std::random_device()() % (INT32_MAX >> kSerialBits))) {}
 
 int32_t ServiceState::newHandle() {
@@ -52,7 +53,7 @@ void ServiceState::record(std::string text) {
 int32_t ServiceState::reject(int32_t result, const std::string& why) {
     ++counters.rejected;
     serviceLog(ANDROID_LOG_ERROR, "refused (%s, %d): %s", resultName(result), result, why.c_str());
-    refusals.add(AIBinder_getCallingPid(), result, why);
+    refusals.add(callingPid(), result, why);
     return result;
 }
 

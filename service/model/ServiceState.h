@@ -23,11 +23,13 @@
 #include <string>
 #include <vector>
 
+#include "CallRecorder.h"
 #include "ChangeLog.h"
 #include "RefusalLog.h"
 #include "ResourceTable.h"
 #include "ScenarioConfig.h"
 #include "ServiceLimits.h"
+#include "ServiceTime.h"
 #include "SysfsMirror.h"
 #include "TraceWriter.h"
 #include "vela_protocol.h"
@@ -35,8 +37,6 @@
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
 constexpr const char kVelaLogTag[] = "vela-service";
-
-using ServiceClock = std::chrono::steady_clock;
 
 struct Request {
     int32_t handle = 0;
@@ -86,13 +86,19 @@ struct ServiceStats {
 
 class ServiceState {
 public:
-    ServiceState(ScenarioConfig config, size_t historyLimit, std::shared_ptr<TraceWriter> trace);
+    // Without `clock`, the service keeps real time; with one, its time is what the clock says
+    // and nothing expires until told (see RequestBook::expireDue).
+    ServiceState(ScenarioConfig config, size_t historyLimit, std::shared_ptr<TraceWriter> trace,
+                 std::shared_ptr<VirtualClock> clock = nullptr);
 
     const ScenarioConfig config;
     const size_t historyLimit;
     // Both optional: set when the service mirrors path resources or writes a timeline.
     std::unique_ptr<SysfsMirror> mirror;
     const std::shared_ptr<TraceWriter> trace;
+    const std::shared_ptr<VirtualClock> virtualClock;
+    // Optional too: set when the calls that change state are recorded, for a replay.
+    std::shared_ptr<CallRecorder> recorder;
 
     ResourceTable table;
     std::map<int32_t, Request> requests;
@@ -109,6 +115,9 @@ public:
     // What changed each value in force lately, and why (dumpsys why).
     ChangeLog changeLog;
 
+    ServiceClock::time_point now() const {
+        return virtualClock ? virtualClock->now() : ServiceClock::now();
+    }
     // Handles of requests and listeners share one space, so that no handle means two things.
     int32_t newHandle();
     // False for a handle that an earlier run of the service gave out.

@@ -7,6 +7,7 @@
 #include <cinttypes>
 
 #include "DiagnosticDumps.h"
+#include "JsonText.h"
 #include "RequestItemKey.h"
 #include "ServiceDumpsys.h"
 #include "ServiceProperties.h"
@@ -19,9 +20,11 @@ using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
 VelaService::VelaService() : VelaService(Options{}) {}
 
 VelaService::VelaService(Options options)
-    : mState(std::move(options.config), options.historyLimit, std::move(options.trace)),
+    : mState(std::move(options.config), options.historyLimit, std::move(options.trace),
+             std::move(options.clock)),
       mListeners(mState, mLock),
       mRequests(mState, mListeners, mLock) {
+    mState.recorder = std::move(options.recorder);
     for (const ResourceInfo& info : mState.config.resources()) {
         if (info.defaultValue) mState.table.setDefault(info.key, *info.defaultValue);
         mState.table.setArbitration(info.key, info.arbitration);
@@ -66,10 +69,21 @@ VelaService::~VelaService() = default;
     {
         std::lock_guard<std::mutex> lock(mLock);
         *out = controlLocked(request, &dump);
+        // Recorded under the lock, so that the record's order is the order of the changes.
+        if (mState.recorder && changesState(request)) {
+            mState.recorder->call("resCtlRequest", CallRecorder::parcelArgs(request), *out);
+        }
     }
     // A dump can run to thousands of lines: writing them must not hold up other clients.
     for (const std::string& line : dump) serviceLog(ANDROID_LOG_INFO, "%s", line.c_str());
     return ::ndk::ScopedAStatus::ok();
+}
+
+// A dump only reads the state: a replay has no use for it, and a record full of them says less.
+bool VelaService::changesState(const VelaRequestParcel& request) {
+    if (request.requestType != kKindDiagnostic || request.requestDatas.size() != 1) return true;
+    const int32_t code = request.requestDatas[0].id;
+    return code < kDumpToDoQueue || code > kDumpRecords;
 }
 
 int32_t VelaService::controlLocked(const VelaRequestParcel& request,
@@ -103,6 +117,9 @@ int32_t VelaService::controlLocked(const VelaRequestParcel& request,
     ServingCall serving("resCtlRelease");
     std::lock_guard<std::mutex> lock(mLock);
     *out = mRequests.releaseLocked(handle, "release");
+    if (mState.recorder) {
+        mState.recorder->call("resCtlRelease", "\"handle\":" + std::to_string(handle), *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -111,6 +128,13 @@ int32_t VelaService::controlLocked(const VelaRequestParcel& request,
     ServingCall serving("ruleCtl");
     std::lock_guard<std::mutex> lock(mLock);
     *out = mRequests.ruleLocked(ruleId, status, items);
+    if (mState.recorder) {
+        mState.recorder->call("ruleCtl",
+                              "\"ruleId\":" + std::to_string(ruleId) +
+                                      ",\"status\":" + std::to_string(status) +
+                                      ",\"items\":" + CallRecorder::itemsJson(items),
+                              *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -186,6 +210,11 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     serviceLog(ANDROID_LOG_INFO, "related system info %d = %" PRId64, info, value);
     mState.record("sysinfo " + std::to_string(info) + "=" + std::to_string(value));
     *out = kResultOk;
+    if (mState.recorder) {
+        mState.recorder->call(
+                "setRelatedSysInfo",
+                "\"info\":" + std::to_string(info) + ",\"value\":" + std::to_string(value), *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -307,6 +336,13 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
         serviceLog(ANDROID_LOG_INFO, "property %s = %s", key.c_str(), value.c_str());
         *out = kResultOk;
     }
+    if (mState.recorder) {
+        std::string args = "\"key\":";
+        appendJsonString(&args, key);
+        args += ",\"value\":";
+        appendJsonString(&args, value);
+        mState.recorder->call("propertySet", args, *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -337,6 +373,9 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     }
     *out = registerListener(std::move(listener), "resource listener",
                             why.empty() ? why : "resListeningRegister: " + why);
+    if (mState.recorder) {
+        mState.recorder->call("resListeningRegister", CallRecorder::parcelArgs(request), *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -351,6 +390,11 @@ int32_t VelaService::notifyLocked(const VelaRequestParcel& request) {
     if (!tooMany) listener.thermalIds.insert(ids.begin(), ids.end());
     *out = registerListener(std::move(listener), "thermal listener",
                             tooMany ? "thermalListeningRegister: too many ids" : "");
+    if (mState.recorder) {
+        std::string args = "\"ids\":[";
+        for (size_t i = 0; i < ids.size(); ++i) args += (i ? "," : "") + std::to_string(ids[i]);
+        mState.recorder->call("thermalListeningRegister", args + "]", *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -366,12 +410,20 @@ int32_t VelaService::registerListener(Listener listener, const char* what,
 ::ndk::ScopedAStatus VelaService::resListeningUnregister(int32_t handle, int32_t* out) {
     ServingCall serving("resListeningUnregister");
     *out = mListeners.remove(handle, false, "resListeningUnregister");
+    if (mState.recorder) {
+        mState.recorder->call("resListeningUnregister", "\"handle\":" + std::to_string(handle),
+                              *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
 ::ndk::ScopedAStatus VelaService::thermalListeningUnregister(int32_t handle, int32_t* out) {
     ServingCall serving("thermalListeningUnregister");
     *out = mListeners.remove(handle, true, "thermalListeningUnregister");
+    if (mState.recorder) {
+        mState.recorder->call("thermalListeningUnregister", "\"handle\":" + std::to_string(handle),
+                              *out);
+    }
     return ::ndk::ScopedAStatus::ok();
 }
 
@@ -390,6 +442,22 @@ std::optional<std::string> VelaService::valueOf(const ResourceKey& key) const {
 
 void VelaService::waitForDeliveries() {
     mListeners.waitForDeliveries();
+}
+
+std::vector<VelaService::InForce> VelaService::valuesInForce() const {
+    std::lock_guard<std::mutex> lock(mLock);
+    std::vector<InForce> out;
+    for (auto& [key, value] : mState.table.inForce()) {
+        out.push_back({key, std::move(value), mState.table.holderOf(key)});
+    }
+    return out;
+}
+
+std::set<int32_t> VelaService::activeHandles() const {
+    std::lock_guard<std::mutex> lock(mLock);
+    std::set<int32_t> handles;
+    for (const auto& entry : mState.requests) handles.insert(entry.first);
+    return handles;
 }
 
 VelaService::Stats VelaService::stats() const {

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "CallRecorder.h"
 #include "ListenerRegistry.h"
 #include "RequestBook.h"
 #include "ServiceLimits.h"
@@ -34,6 +35,11 @@ public:
         size_t historyLimit = 512;
         // When set, every change of state is also written to this timeline.
         std::shared_ptr<TraceWriter> trace;
+        // When set, every call that changes state is also written to this record.
+        std::shared_ptr<CallRecorder> recorder;
+        // When set, the service's time is this clock's, moved by its owner (a replay), and
+        // timed requests end only when expireDue() is called.
+        std::shared_ptr<VirtualClock> clock;
     };
     using Stats = ServiceStats;
 
@@ -70,9 +76,24 @@ public:
     std::optional<std::string> valueOf(const ResourceKey& key) const;
     const ScenarioConfig& config() const { return mState.config; }
     Stats stats() const;
+    struct InForce {
+        ResourceKey key;
+        std::string value;
+        std::optional<Holder> holder;  // none: the default shows
+    };
+    std::vector<InForce> valuesInForce() const;
+
+    // --- For a replay on a virtual clock (Options::clock) ---------------------------------
+    std::optional<ServiceClock::time_point> nextDeadline() { return mRequests.nextDeadline(); }
+    void expireDue(ServiceClock::time_point now) { mRequests.expireDue(now); }
+    std::set<int32_t> activeHandles() const;
+    void holderGone(pid_t pid, const std::vector<int32_t>& handles) {
+        mRequests.holderGone(pid, handles);
+    }
 
 private:
     // A diagnostic request leaves its lines in `dump`, for the caller to log once unlocked.
+    static bool changesState(const VelaRequestParcel& request);
     int32_t controlLocked(const VelaRequestParcel& request, std::vector<std::string>* dump);
     int32_t diagnosticLocked(const VelaRequestParcel& request, std::vector<std::string>* dump);
     int32_t thermalNotifyLocked(const VelaRequestParcel& request);

@@ -1,6 +1,7 @@
 // vela-service: the reference resource-control service.
 //
 //   vela-service [-v|-q]... [--config FILE] [--sysfs-root DIR] [--trace FILE]
+//                [--record FILE]
 //   vela-service --check-config FILE [--exec-all | --profile PROFILE | --list-nodes]
 //
 // Serves "vendor.norvo.hardware.vela.IVela/default" until SIGTERM or SIGINT: on a host in
@@ -29,6 +30,7 @@
 #include "VelaService.h"
 #include "Version.h"
 
+using aidl::vendor::norvo::hardware::vela::impl::CallRecorder;
 using aidl::vendor::norvo::hardware::vela::impl::checkConfig;
 using aidl::vendor::norvo::hardware::vela::impl::checkConfigAgainstProfile;
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
@@ -54,6 +56,8 @@ constexpr const char kUsage[] =
         "  --config FILE      scenario configuration (JSON); the built-in one when not given\n"
         "  --sysfs-root DIR   mirror path resources as files under DIR\n"
         "  --trace FILE       write a timeline to FILE (trace-event JSON: ui.perfetto.dev)\n"
+        "  --record FILE      write every call that changes state to FILE, one JSON object a\n"
+        "                     line, for velactl replay (it names callers' packages and pids)\n"
         "  --check-config FILE\n"
         "                     verify FILE and exit: each problem on stderr as\n"
         "                     'FILE: $.json.path: message', the verdict on stdout\n"
@@ -79,6 +83,7 @@ struct Args {
     std::string configFile;
     std::string sysfsRoot;
     std::string traceFile;
+    std::string recordFile;
     std::string checkFile;
     std::string profileFile;
     bool execAll = false;
@@ -93,6 +98,7 @@ int parseArgs(int argc, char** argv, Args* args) {
             {"config", required_argument, nullptr, 'c'},
             {"sysfs-root", required_argument, nullptr, 's'},
             {"trace", required_argument, nullptr, 't'},
+            {"record", required_argument, nullptr, 'r'},
             {"check-config", required_argument, nullptr, 'k'},
             {"exec-all", no_argument, nullptr, 'x'},
             {"profile", required_argument, nullptr, 'p'},
@@ -114,6 +120,9 @@ int parseArgs(int argc, char** argv, Args* args) {
                 break;
             case 't':
                 args->traceFile = optarg;
+                break;
+            case 'r':
+                args->recordFile = optarg;
                 break;
             case 'k':
                 args->checkFile = optarg;
@@ -158,11 +167,11 @@ int parseArgs(int argc, char** argv, Args* args) {
         fprintf(stderr, "vela-service: one of --exec-all, --profile and --list-nodes at a time\n");
         return vela_exit::kUsage;
     }
-    if (!args->checkFile.empty() &&
-        (!args->configFile.empty() || !args->sysfsRoot.empty() || !args->traceFile.empty())) {
+    if (!args->checkFile.empty() && (!args->configFile.empty() || !args->sysfsRoot.empty() ||
+                                     !args->traceFile.empty() || !args->recordFile.empty())) {
         fprintf(stderr,
                 "vela-service: --check-config does not serve: drop --config, "
-                "--sysfs-root and --trace\n");
+                "--sysfs-root, --trace and --record\n");
         return vela_exit::kUsage;
     }
     return -1;
@@ -250,6 +259,15 @@ int main(int argc, char** argv) {
         // 66, a file named on the command line that cannot be opened: what the user fixes is
         // the path, as with --config. 70 would blame the program.
         if (!options.trace) {
+            fprintf(stderr, "vela-service: %s\n", error.c_str());
+            return vela_exit::kNoInput;
+        }
+    }
+
+    if (!args.recordFile.empty()) {
+        std::string error;
+        options.recorder = CallRecorder::open(args.recordFile, &error);
+        if (!options.recorder) {
             fprintf(stderr, "vela-service: %s\n", error.c_str());
             return vela_exit::kNoInput;
         }

@@ -16,7 +16,8 @@ namespace velactl {
 namespace {
 
 constexpr const char kGlobalOptions[] =
-        "--json -v --verbose -q --quiet --embedded --config --sysfs-root --trace --timeout "
+        "--json -v --verbose -q --quiet --embedded --config --sysfs-root --trace --record "
+        "--timeout "
         "--help --version";
 
 // A person waits on completion: a service that does not answer at once is left out.
@@ -125,7 +126,8 @@ std::string bashCompletion(Commands& commands) {
            "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} command= i\n"
            "    local config=()\n"
            "    case $prev in\n"
-           "        --config|--sysfs-root|--trace) COMPREPLY=($(compgen -f -- \"$cur\")); return "
+           "        --config|--sysfs-root|--trace|--record) COMPREPLY=($(compgen -f -- \"$cur\")); "
+           "return "
            ";;\n"
            "        --timeout) return ;;\n"
            "        --via) COMPREPLY=($(compgen -W \"sa pax wrapper\" -- \"$cur\")); return ;;\n"
@@ -133,7 +135,7 @@ std::string bashCompletion(Commands& commands) {
            "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
            "        case ${COMP_WORDS[i]} in\n"
            "            --config) config=(--config \"${COMP_WORDS[i+1]}\"); ((i++)) ;;\n"
-           "            --sysfs-root|--trace|--timeout) ((i++)) ;;\n"
+           "            --sysfs-root|--trace|--record|--timeout) ((i++)) ;;\n"
            "            -*) ;;\n"
            "            *) command=${COMP_WORDS[i]}; break ;;\n"
            "        esac\n"

@@ -19,6 +19,7 @@
 #include "Interrupt.h"
 #include "LogLevel.h"
 #include "ManPage.h"
+#include "ReplayCommand.h"
 #include "ResourceArgs.h"
 #include "Version.h"
 
@@ -41,6 +42,8 @@ const char kUsage[] =
         "  --sysfs-root DIR  the embedded service mirrors path resources as files under DIR\n"
         "  --trace FILE      the embedded service writes a timeline to FILE (trace-event JSON,\n"
         "                    which ui.perfetto.dev opens)\n"
+        "  --record FILE     the embedded service records every call that changes state to\n"
+        "                    FILE, one JSON object a line, for velactl replay\n"
         "  --timeout SECONDS before the command: give each call to the service this long before\n"
         "                    velactl gives up on it with exit code 69 (default 5; after the\n"
         "                    command, --timeout is the command's own, in ms)\n"
@@ -51,6 +54,9 @@ const char kUsage[] =
         "service declares as integers (velactl sends them in decimal). Resource names are the\n"
         "service's own (its dumpsys declared table), or --config's, or with --embedded the\n"
         "built-in configuration's.\n"
+        "\n"
+        "A record of calls (--record) plays again on a virtual clock with\n"
+        "velactl [--config A] replay RECORD [--against B]: see velactl replay --help.\n"
         "\n"
         "Commands:\n";
 
@@ -81,7 +87,7 @@ Context* gContext = nullptr;  // for the call watchdog's way out
 struct Globals {
     bool json = false, embedded = false, help = false, version = false, man = false;
     int louder = 0, quieter = 0;
-    std::string configFile, sysfsRoot, traceFile, completion, complete, timeout;
+    std::string configFile, sysfsRoot, traceFile, recordFile, completion, complete, timeout;
     std::vector<std::string> rest;
 };
 
@@ -132,8 +138,8 @@ int readGlobals(const std::vector<std::string>& args, Globals* g) {
                 return kExitUsage;
             }
         } else if (value("--config", &g->configFile) || value("--sysfs-root", &g->sysfsRoot) ||
-                   value("--trace", &g->traceFile) || value("--completion", &g->completion) ||
-                   value("--complete", &g->complete)) {
+                   value("--trace", &g->traceFile) || value("--record", &g->recordFile) ||
+                   value("--completion", &g->completion) || value("--complete", &g->complete)) {
             if (missing) {
                 fprintf(stderr, "velactl: %s needs a value\n", word.c_str());
                 return kExitUsage;
@@ -207,8 +213,17 @@ int main(int argc, char** argv) {
         ctx.out.error("--sysfs-root is for the embedded service: add --embedded");
         finish(ctx, kExitUsage);
     }
+    // A replay runs a service of its own, on a virtual clock: it needs no --embedded.
+    if (!g.rest.empty() && g.rest[0] == "replay") {
+        finish(ctx,
+               replayCommand(ctx, {g.rest.begin() + 1, g.rest.end()}, g.configFile, g.traceFile));
+    }
     if (!g.traceFile.empty() && !g.embedded) {
         ctx.out.error("--trace is for the embedded service: add --embedded");
+        finish(ctx, kExitUsage);
+    }
+    if (!g.recordFile.empty() && !g.embedded) {
+        ctx.out.error("--record is for the embedded service: add --embedded");
         finish(ctx, kExitUsage);
     }
 
@@ -254,6 +269,15 @@ int main(int argc, char** argv) {
                 finish(ctx, kExitNoInput);
             }
             options.trace = ctx.trace;
+        }
+        if (!g.recordFile.empty()) {
+            // Written a line at a time and unbuffered: the _exit at the end loses nothing.
+            options.recorder = aidl::vendor::norvo::hardware::vela::impl::CallRecorder::open(
+                    g.recordFile, &error);
+            if (!options.recorder) {
+                ctx.out.error(error);
+                finish(ctx, kExitNoInput);
+            }
         }
         ctx.embedded = EmbeddedService::start(std::move(options), &error);
         if (!ctx.embedded) {

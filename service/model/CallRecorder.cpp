@@ -1,0 +1,170 @@
+#include "CallRecorder.h"
+
+#include <android/log.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "JsonText.h"
+#include "ServiceState.h"
+
+namespace aidl::vendor::norvo::hardware::vela::impl {
+
+namespace {
+
+std::string utcText(std::chrono::system_clock::time_point when) {
+    const int64_t ms =
+            std::chrono::duration_cast<std::chrono::milliseconds>(when.time_since_epoch()).count();
+    const time_t seconds = static_cast<time_t>(ms / 1000);
+    struct tm utc {};
+    gmtime_r(&seconds, &utc);
+    char text[64];
+    snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900,
+             utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
+             static_cast<int>(ms % 1000));
+    return text;
+}
+
+void appendOptionalString(std::string* out, const char* name, const std::optional<std::string>& v) {
+    *out += ",\"";
+    *out += name;
+    *out += "\":";
+    if (v) {
+        appendJsonString(out, *v);
+    } else {
+        *out += "null";
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<CallRecorder> CallRecorder::open(const std::string& path, std::string* error) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        *error = "cannot create the record " + path + ": " + strerror(errno);
+        return nullptr;
+    }
+    std::unique_ptr<CallRecorder> recorder(new CallRecorder(fd, std::chrono::steady_clock::now()));
+    const auto wall = std::chrono::system_clock::now();
+    const int64_t unixMs =
+            std::chrono::duration_cast<std::chrono::milliseconds>(wall.time_since_epoch()).count();
+    recorder->writeLine("\"record\":\"vela-calls\",\"version\":1,\"start_unix_ms\":" +
+                        std::to_string(unixMs) + ",\"start_utc\":\"" + utcText(wall) +
+                        "\",\"t_clock\":\"monotonic, milliseconds since the record's start\"");
+    return recorder;
+}
+
+// Created with mode 0600: the record names the callers' packages and pids.
+CallRecorder::CallRecorder(int fd, std::chrono::steady_clock::time_point start)
+    : mFd(fd), mStart(start) {}
+
+CallRecorder::~CallRecorder() {
+    if (mFd >= 0) ::close(mFd);
+}
+
+void CallRecorder::call(const char* name, const std::string& args, int64_t answer) {
+    std::string body = "\"call\":\"";
+    body += name;
+    body += "\",\"pid\":" + std::to_string(callingPid());
+    body += ",\"uid\":" + std::to_string(callingUid());
+    body += ",\"args\":{" + args + "},\"answer\":" + std::to_string(answer);
+    writeLine(body);
+}
+
+void CallRecorder::holderGone(pid_t pid, const std::vector<int32_t>& handles) {
+    std::string body = "\"call\":\"holderGone\",\"pid\":" + std::to_string(pid) + ",\"handles\":[";
+    for (size_t i = 0; i < handles.size(); ++i) {
+        body += (i ? "," : "") + std::to_string(handles[i]);
+    }
+    writeLine(body + "]");
+}
+
+std::string CallRecorder::itemsJson(const std::vector<VelaRequestData>& items) {
+    std::string out = "[";
+    for (size_t i = 0; i < items.size(); ++i) {
+        const VelaRequestData& item = items[i];
+        out += i ? ",{" : "{";
+        out += "\"id\":" + std::to_string(item.id) + ",\"param\":" + std::to_string(item.param);
+        appendOptionalString(&out, "value", item.value);
+        appendOptionalString(&out, "value2", item.value2);
+        appendOptionalString(&out, "value3", item.value3);
+        out += "}";
+    }
+    return out + "]";
+}
+
+std::string CallRecorder::parcelArgs(const VelaRequestParcel& parcel) {
+    std::string out = "\"requestType\":" + std::to_string(parcel.requestType);
+    out += ",\"items\":" + itemsJson(parcel.requestDatas);
+    out += ",\"optionFlag\":";
+    out += parcel.optionFlag ? "true" : "false";
+    out += ",\"param1\":" + std::to_string(parcel.param1);
+    out += ",\"param2\":" + std::to_string(parcel.param2);
+    out += ",\"param4\":" + std::to_string(parcel.param4);
+    out += ",\"param6\":" + std::to_string(parcel.param6);
+    out += ",\"paths\":";
+    if (parcel.paths) {
+        out += "[";
+        for (size_t i = 0; i < parcel.paths->size(); ++i) {
+            if (i) out += ",";
+            const auto& text = (*parcel.paths)[i];
+            if (text) {
+                appendJsonString(&out, *text);
+            } else {
+                out += "null";
+            }
+        }
+        out += "]";
+    } else {
+        out += "null";
+    }
+    appendOptionalString(&out, "packageName", parcel.packageName);
+    appendOptionalString(&out, "identity", parcel.identity);
+    out += ",\"extraValues\":";
+    if (parcel.extraValues) {
+        out += "[";
+        for (size_t i = 0; i < parcel.extraValues->size(); ++i) {
+            out += (i ? "," : "") + std::to_string((*parcel.extraValues)[i]);
+        }
+        out += "]";
+    } else {
+        out += "null";
+    }
+    // A callback cannot be recorded, only that there was one.
+    out += ",\"callback\":";
+    out += parcel.callback ? "true" : "false";
+    return out;
+}
+
+void CallRecorder::writeLine(const std::string& body) {
+    const int64_t ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                               std::chrono::steady_clock::now() - mStart)
+                               .count();
+    std::lock_guard<std::mutex> lock(mLock);
+    if (mFd < 0) return;
+    // The header has no time of its own: its start fields are the time base.
+    std::string line =
+            body.rfind("\"record\"", 0) == 0 ? "{" : "{\"t\":" + std::to_string(ms) + ",";
+    line += body;
+    line += "}\n";
+    for (size_t done = 0; done < line.size();) {
+        const ssize_t n = ::write(mFd, line.data() + done, line.size() - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+        } else if (n < 0 && errno == EINTR) {
+            continue;
+        } else {
+            // A full disk must not stop the service: the record ends here, and says so once.
+            serviceLog(ANDROID_LOG_ERROR, "record: write failed (%s); recording stops",
+                       n < 0 ? strerror(errno) : "nothing written");
+            ::close(mFd);
+            mFd = -1;
+            return;
+        }
+    }
+}
+
+}  // namespace aidl::vendor::norvo::hardware::vela::impl
