@@ -30,7 +30,7 @@ double wallSeconds() {
 }
 
 std::string eventCall(int64_t t, int pid, int event, int64_t durationMs, int answer) {
-    return "{\"t\":" + std::to_string(t) +
+    return "{\"t_us\":" + std::to_string(t * 1000) +
            ",\"call\":\"resCtlRequest\",\"pid\":" + std::to_string(pid) +
            ",\"uid\":10000,\"args\":{\"requestType\":8,\"items\":[{\"id\":" +
            std::to_string(event) +
@@ -45,7 +45,7 @@ std::string eventCall(int64_t t, int pid, int event, int64_t durationMs, int ans
 
 size_t writeRecord(const std::string& path, int64_t minutes) {
     std::ofstream out(path, std::ios::trunc);
-    out << "{\"record\":\"vela-calls\",\"version\":1,\"start_unix_ms\":0}\n";
+    out << "{\"record\":\"vela-calls\",\"version\":2,\"start_unix_ms\":0}\n";
     size_t calls = 0;
     int answer = 1;
     int launch = 0;
@@ -55,7 +55,7 @@ size_t writeRecord(const std::string& path, int64_t minutes) {
         ++calls;
         if (t % 2000 == 0) {
             if (launch != 0) {
-                out << "{\"t\":" << t << ",\"call\":\"resCtlRelease\",\"pid\":" << pid
+                out << "{\"t_us\":" << t * 1000 << ",\"call\":\"resCtlRelease\",\"pid\":" << pid
                     << ",\"uid\":10000,\"args\":{\"handle\":" << launch << "},\"answer\":0}\n";
                 ++calls;
             }
@@ -64,7 +64,7 @@ size_t writeRecord(const std::string& path, int64_t minutes) {
             ++calls;
         }
         if (t % 1000 == 0) {
-            out << "{\"t\":" << t << ",\"call\":\"resCtlRequest\",\"pid\":" << pid
+            out << "{\"t_us\":" << t * 1000 << ",\"call\":\"resCtlRequest\",\"pid\":" << pid
                 << ",\"uid\":10000,\"args\":{\"requestType\":1,\"items\":[{\"id\":16842768,"
                    "\"param\":0,\"value\":\"2000000\",\"value2\":null,\"value3\":null}],"
                    "\"optionFlag\":false,\"param1\":-1,\"param2\":500,\"param4\":-1,\"param6\":0,"
@@ -74,15 +74,16 @@ size_t writeRecord(const std::string& path, int64_t minutes) {
             ++calls;
         }
         if (t % 60000 == 0) {
-            out << "{\"t\":" << t << ",\"call\":\"ruleCtl\",\"pid\":1000,\"uid\":1000,\"args\":{"
+            out << "{\"t_us\":" << t * 1000
+                << ",\"call\":\"ruleCtl\",\"pid\":1000,\"uid\":1000,\"args\":{"
                 << "\"ruleId\":7,\"status\":" << (t % 120000 == 0 ? 1 : 0)
                 << ",\"items\":[{\"id\":16844960,\"param\":0,\"value\":\"33\",\"value2\":null,"
                    "\"value3\":null}]},\"answer\":0}\n";
             ++calls;
         }
         if (t % 300000 == 299800 && launch != 0) {
-            out << "{\"t\":" << t << ",\"call\":\"holderGone\",\"pid\":" << pid << ",\"handles\":["
-                << launch << "]}\n";
+            out << "{\"t_us\":" << t * 1000 << ",\"call\":\"holderGone\",\"pid\":" << pid
+                << ",\"handles\":[" << launch << "]}\n";
             launch = 0;
             ++calls;
         }

@@ -51,9 +51,12 @@ std::unique_ptr<CallRecorder> CallRecorder::open(const std::string& path, std::s
     const auto wall = std::chrono::system_clock::now();
     const int64_t unixMs =
             std::chrono::duration_cast<std::chrono::milliseconds>(wall.time_since_epoch()).count();
-    recorder->writeLine("\"record\":\"vela-calls\",\"version\":1,\"start_unix_ms\":" +
+    // Version 2 times its lines in microseconds, under a name of its own ("t_us", where version 1
+    // had "t" in milliseconds): a reader that knows only version 1 refuses the lines rather than
+    // taking microseconds for milliseconds.
+    recorder->writeLine("\"record\":\"vela-calls\",\"version\":2,\"start_unix_ms\":" +
                         std::to_string(unixMs) + ",\"start_utc\":\"" + utcText(wall) +
-                        "\",\"t_clock\":\"monotonic, milliseconds since the record's start\"");
+                        "\",\"t_clock\":\"monotonic, microseconds since the record's start\"");
     return recorder;
 }
 
@@ -140,14 +143,15 @@ std::string CallRecorder::parcelArgs(const VelaRequestParcel& parcel) {
 }
 
 void CallRecorder::writeLine(const std::string& body) {
-    const int64_t ms = std::chrono::duration_cast<std::chrono::milliseconds>(
-                               std::chrono::steady_clock::now() - mStart)
-                               .count();
     std::lock_guard<std::mutex> lock(mLock);
     if (mFd < 0) return;
+    // Read under the lock, so that the times never go back down the file.
+    const int64_t us = std::chrono::duration_cast<std::chrono::microseconds>(
+                               std::chrono::steady_clock::now() - mStart)
+                               .count();
     // The header has no time of its own: its start fields are the time base.
     std::string line =
-            body.rfind("\"record\"", 0) == 0 ? "{" : "{\"t\":" + std::to_string(ms) + ",";
+            body.rfind("\"record\"", 0) == 0 ? "{" : "{\"t_us\":" + std::to_string(us) + ",";
     line += body;
     line += "}\n";
     for (size_t done = 0; done < line.size();) {

@@ -2,9 +2,12 @@
 // that changes state, with its time, its caller and the answer it got, one JSON object a line.
 //
 // The first line is a header with the wall-clock time of the record's start; each later line
-// carries "t", the milliseconds since that start on the monotonic clock, so that a record stays
-// in order when the wall clock is set. Each line is written whole with one write(2) and nothing
-// is buffered: a service killed mid-run leaves a file whose every line parses.
+// carries "t_us", the microseconds since that start on the monotonic clock, so that a record
+// stays in order when the wall clock is set. Lines are written in the order the service made
+// the changes (every state-changing call records under the service's lock), and a replay plays
+// them in that order: two calls in one microsecond still replay one after the other. Each line
+// is written whole with one write(2) and nothing is buffered: a service killed mid-run leaves a
+// file whose every line parses.
 //
 // The record holds the callers' package names, identities and pids: it says who asked for what.
 #pragma once

@@ -83,15 +83,16 @@ public:
         observe(0, -1);
     }
 
-    // One recorded line, made at its time after what expires before it.
-    void play(int64_t ms, const Json::Value& line, size_t lineNumber) {
+    // One recorded line, made at its time after what expires before it (or at that very time:
+    // a deadline reached is past, as for the live service's timer).
+    void play(int64_t us, const Json::Value& line, size_t lineNumber) {
         while (auto due = mService->nextDeadline()) {
-            if (*due > at(ms)) break;
+            if (*due > at(us)) break;
             mClock->set(*due);
             const std::set<int32_t> before = mService->activeHandles();
             mService->expireDue(*due);
-            const int64_t dueMs =
-                    std::chrono::duration_cast<std::chrono::milliseconds>(*due - at(0)).count();
+            const int64_t dueUs =
+                    std::chrono::duration_cast<std::chrono::microseconds>(*due - at(0)).count();
             int cause = -1;
             for (int32_t handle : before) {
                 if (mService->activeHandles().count(handle) == 0 && mCauseOf.count(handle)) {
@@ -99,9 +100,9 @@ public:
                     break;
                 }
             }
-            observe(dueMs, cause);
+            observe(dueUs, cause);
         }
-        mClock->set(at(ms));
+        mClock->set(at(us));
         const std::string call = line["call"].asString();
         const Json::Value& args = line["args"];
         const pid_t pid = line["pid"].asInt();
@@ -140,18 +141,18 @@ public:
             cause = addCause(words + " (" + who + ")");
         }
         // Listener registrations are left out: a listener hears values and changes none.
-        observe(ms, cause);
+        observe(us, cause);
     }
 
-    void finish(int64_t endMs) {
-        mOut->endMs = endMs;
+    void finish(int64_t endUs) {
+        mOut->endUs = endUs;
         mService.reset();
     }
 
 private:
-    static ServiceClock::time_point at(int64_t ms) {
+    static ServiceClock::time_point at(int64_t us) {
         // Not the clock's zero: a deadline's arithmetic is then never near the epoch.
-        return ServiceClock::time_point(std::chrono::hours(1) + std::chrono::milliseconds(ms));
+        return ServiceClock::time_point(std::chrono::hours(1) + std::chrono::microseconds(us));
     }
 
     int32_t replayed(int32_t recorded) const {
@@ -171,8 +172,9 @@ private:
         return it == causes.end() ? -1 : it->second;
     }
 
-    // A new stretch for every resource whose value differs from its last.
-    void observe(int64_t ms, int cause) {
+    // A new stretch for every resource whose value differs from its last, even at the instant
+    // of the one before: the live service wrote both values, one after the other.
+    void observe(int64_t us, int cause) {
         std::map<std::string, std::pair<std::string, int>> now;
         for (const auto& entry : mService->valuesInForce()) {
             now[nameOf(mConfig, entry.key)] = {entry.value, heldBy(entry.holder)};
@@ -184,17 +186,7 @@ private:
             const auto& [value, holder] = state;
             auto& segments = mOut->resources[name];
             if (!segments.empty() && segments.back().value == value) continue;
-            if (!segments.empty() && segments.back().startMs == ms) {
-                // Two changes at one instant: only the later one was ever in force.
-                segments.back().value = value;
-                segments.back().cause = cause;
-                segments.back().heldBy = holder;
-                if (segments.size() > 1 && segments[segments.size() - 2].value == value) {
-                    segments.pop_back();
-                }
-                continue;
-            }
-            segments.push_back({ms, value, cause, holder});
+            segments.push_back({us, value, cause, holder});
         }
     }
 
@@ -228,20 +220,33 @@ bool replayRecord(const std::string& path, const ScenarioConfig& config, ReplayT
         *error = path + ": not a record of calls (vela-service --record)";
         return false;
     }
+    // Version 1 is still read, not refused: its lines are in the order of the changes as
+    // version 2's are, and only its times are coarser (two calls in one millisecond replay in
+    // their order, at one instant).
+    const int version = header["version"].isIntegral() ? header["version"].asInt() : 0;
+    if (version != 1 && version != 2) {
+        *error = path + ": a record " +
+                 (version != 0 ? "of version " + std::to_string(version) : "with no version") +
+                 "; this velactl reads versions 1 and 2";
+        return false;
+    }
+    const char* timeField = version == 1 ? "t" : "t_us";
+    const int64_t usPerUnit = version == 1 ? 1000 : 1;
     Player player(config, out);
-    int64_t lastMs = 0;
+    int64_t lastUs = 0;
     for (size_t i = 1; i < lines.size(); ++i) {
         Json::Value doc;
-        if (!parse(lines[i], &doc) || !doc["t"].isIntegral()) {
+        if (!parse(lines[i], &doc) || !doc[timeField].isIntegral()) {
             if (i + 1 == lines.size()) break;  // cut short by a kill
             *error = path + ":" + std::to_string(i + 1) + ": not a recorded call";
             return false;
         }
-        // A record is written in order; a line out of order is played at the time reached.
-        lastMs = std::max(lastMs, doc["t"].asInt64());
-        player.play(lastMs, doc, i + 1);
+        // The line order is the order of the changes; a time that goes back (it cannot in a
+        // record the service wrote) is played at the time reached.
+        lastUs = std::max(lastUs, doc[timeField].asInt64() * usPerUnit);
+        player.play(lastUs, doc, i + 1);
     }
-    player.finish(lastMs);
+    player.finish(lastUs);
     return true;
 }
 

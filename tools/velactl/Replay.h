@@ -12,16 +12,18 @@
 
 namespace velactl {
 
-// One stretch of a resource's value: from `startMs` until the next stretch (or the end).
+// One stretch of a resource's value: from `startUs` until the next stretch (or the end). A
+// stretch may last no time at all: a value that one call put in force and the next call, in
+// the same microsecond, replaced was still written, and is kept as the live run had it.
 struct ReplaySegment {
-    int64_t startMs = 0;
-    std::string value;  // empty: the resource has no value in force
-    int cause = -1;     // index into ReplayTimeline::causes; -1: the configuration's start
-    int heldBy = -1;    // the call whose claim is in force; -1: the configuration's default
+    int64_t startUs = 0;  // microseconds since the record's start
+    std::string value;    // empty: the resource has no value in force
+    int cause = -1;       // index into ReplayTimeline::causes; -1: the configuration's start
+    int heldBy = -1;      // the call whose claim is in force; -1: the configuration's default
 };
 
 struct ReplayTimeline {
-    int64_t endMs = 0;  // the time of the record's last call
+    int64_t endUs = 0;  // the time of the record's last call
     // What started each stretch, in words: the recorded line, its call and its caller.
     std::vector<std::string> causes;
     // By resource name (the configuration's, else its key), in name order.
@@ -29,7 +31,8 @@ struct ReplayTimeline {
 };
 
 // Plays the record at `path`. False, with `error` set, when it cannot be read or is not a
-// record; a last line cut short (a service killed while writing it) is left out.
+// record; a last line cut short (a service killed while writing it) is left out. Both versions
+// of a record are read: version 1's millisecond times ("t") as whole milliseconds.
 bool replayRecord(const std::string& path,
                   const aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig& config,
                   ReplayTimeline* out, std::string* error);

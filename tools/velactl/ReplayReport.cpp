@@ -15,9 +15,11 @@ using aidl::vendor::norvo::hardware::vela::impl::parseIntegerValue;
 
 namespace {
 
-std::string seconds(int64_t ms) {
-    char text[32];
-    snprintf(text, sizeof(text), "%" PRId64 ".%03d s", ms / 1000, static_cast<int>(ms % 1000));
+// To the microsecond, the record's own grain: a stretch shorter than a millisecond still shows.
+std::string seconds(int64_t us) {
+    char text[40];
+    snprintf(text, sizeof(text), "%" PRId64 ".%06d s", us / 1000000,
+             static_cast<int>(us % 1000000));
     return text;
 }
 
@@ -25,12 +27,12 @@ std::string shown(const std::string& value) {
     return value.empty() ? "(none)" : value;
 }
 
-int64_t endOf(const std::vector<ReplaySegment>& segments, size_t i, int64_t endMs) {
-    return i + 1 < segments.size() ? segments[i + 1].startMs : endMs;
+int64_t endOf(const std::vector<ReplaySegment>& segments, size_t i, int64_t endUs) {
+    return i + 1 < segments.size() ? segments[i + 1].startUs : endUs;
 }
 
 struct Summary {
-    std::map<std::string, int64_t> msAt;  // by value
+    std::map<std::string, int64_t> usAt;  // by value
     std::optional<double> mean;           // integers only
     size_t changes = 0;
     std::optional<size_t> longest;  // the segment held longest by a claim
@@ -42,16 +44,16 @@ Summary summarize(const ReplayTimeline& timeline, const std::vector<ReplaySegmen
     long double weighted = 0;
     int64_t span = 0;
     bool numeric = true;
-    int64_t longestMs = -1;
+    int64_t longestUs = -1;
     for (size_t i = 0; i < segments.size(); ++i) {
-        const int64_t ms = endOf(segments, i, timeline.endMs) - segments[i].startMs;
-        s.msAt[segments[i].value] += ms;
+        const int64_t us = endOf(segments, i, timeline.endUs) - segments[i].startUs;
+        s.usAt[segments[i].value] += us;
         const auto number = parseIntegerValue(segments[i].value);
         if (!number) numeric = false;
-        if (number) weighted += static_cast<long double>(*number) * ms;
-        span += ms;
-        if (segments[i].heldBy >= 0 && ms > longestMs) {
-            longestMs = ms;
+        if (number) weighted += static_cast<long double>(*number) * us;
+        span += us;
+        if (segments[i].heldBy >= 0 && us > longestUs) {
+            longestUs = us;
             s.longest = i;
         }
     }
@@ -70,20 +72,20 @@ std::string sideText(const ReplayTimeline& timeline, int heldBy, int cause) {
     return text;
 }
 
-// The value and its cause at `ms` (the last segment starting at or before it).
-const ReplaySegment* segmentAt(const std::vector<ReplaySegment>* segments, int64_t ms) {
+// The value and its cause at `us` (the last segment starting at or before it).
+const ReplaySegment* segmentAt(const std::vector<ReplaySegment>* segments, int64_t us) {
     static const ReplaySegment kNone{};
     if (segments == nullptr) return &kNone;
     const ReplaySegment* found = &kNone;
     for (const ReplaySegment& s : *segments) {
-        if (s.startMs > ms) break;
+        if (s.startUs > us) break;
         found = &s;
     }
     return found;
 }
 
 struct DiffRange {
-    int64_t fromMs, toMs;
+    int64_t fromUs, toUs;
     std::string a, b;
     int causeA, causeB;    // what started each side's stretch
     int heldByA, heldByB;  // whose claim each side's value is
@@ -94,7 +96,7 @@ std::map<std::string, std::vector<DiffRange>> diff(const ReplayTimeline& a,
     std::set<std::string> names;
     for (const auto& entry : a.resources) names.insert(entry.first);
     for (const auto& entry : b.resources) names.insert(entry.first);
-    const int64_t endMs = std::max(a.endMs, b.endMs);
+    const int64_t endUs = std::max(a.endUs, b.endUs);
     std::map<std::string, std::vector<DiffRange>> out;
     for (const std::string& name : names) {
         auto ia = a.resources.find(name);
@@ -103,19 +105,19 @@ std::map<std::string, std::vector<DiffRange>> diff(const ReplayTimeline& a,
         const auto* sb = ib == b.resources.end() ? nullptr : &ib->second;
         std::set<int64_t> cuts{0};
         if (sa)
-            for (const auto& s : *sa) cuts.insert(s.startMs);
+            for (const auto& s : *sa) cuts.insert(s.startUs);
         if (sb)
-            for (const auto& s : *sb) cuts.insert(s.startMs);
+            for (const auto& s : *sb) cuts.insert(s.startUs);
         std::vector<int64_t> at(cuts.begin(), cuts.end());
         for (size_t i = 0; i < at.size(); ++i) {
-            const int64_t to = i + 1 < at.size() ? at[i + 1] : endMs;
+            const int64_t to = i + 1 < at.size() ? at[i + 1] : endUs;
             const ReplaySegment* va = segmentAt(sa, at[i]);
             const ReplaySegment* vb = segmentAt(sb, at[i]);
             if (va->value == vb->value || to <= at[i]) continue;
             auto& ranges = out[name];
-            if (!ranges.empty() && ranges.back().toMs == at[i] && ranges.back().a == va->value &&
+            if (!ranges.empty() && ranges.back().toUs == at[i] && ranges.back().a == va->value &&
                 ranges.back().b == vb->value) {
-                ranges.back().toMs = to;  // one range while both values stay
+                ranges.back().toUs = to;  // one range while both values stay
                 continue;
             }
             ranges.push_back({at[i], to, va->value, vb->value, va->cause, vb->cause, va->heldBy,
@@ -128,7 +130,7 @@ std::map<std::string, std::vector<DiffRange>> diff(const ReplayTimeline& a,
 }  // namespace
 
 std::string replaySummaryText(const ReplayTimeline& timeline) {
-    std::string out = "replayed " + seconds(timeline.endMs) + " of record\n";
+    std::string out = "replayed " + seconds(timeline.endUs) + " of record\n";
     for (const auto& [name, segments] : timeline.resources) {
         const Summary s = summarize(timeline, segments);
         out += name + ": " + std::to_string(s.changes) + " changes";
@@ -138,14 +140,14 @@ std::string replaySummaryText(const ReplayTimeline& timeline) {
             out += std::string(", mean ") + mean;
         }
         out += "\n";
-        for (const auto& [value, ms] : s.msAt) {
-            out += "  " + shown(value) + ": " + seconds(ms) + "\n";
+        for (const auto& [value, us] : s.usAt) {
+            out += "  " + shown(value) + ": " + seconds(us) + "\n";
         }
         if (s.longest) {
             const ReplaySegment& seg = segments[*s.longest];
             out += "  longest hold: " + shown(seg.value) + " for " +
-                   seconds(endOf(segments, *s.longest, timeline.endMs) - seg.startMs) + " from " +
-                   seconds(seg.startMs) + ", by " + timeline.causes[seg.heldBy] + "\n";
+                   seconds(endOf(segments, *s.longest, timeline.endUs) - seg.startUs) + " from " +
+                   seconds(seg.startUs) + ", by " + timeline.causes[seg.heldBy] + "\n";
         }
     }
     return out;
@@ -153,7 +155,7 @@ std::string replaySummaryText(const ReplayTimeline& timeline) {
 
 Json::Value replaySummaryJson(const ReplayTimeline& timeline) {
     Json::Value doc(Json::objectValue);
-    doc["replayed_ms"] = Json::Int64(timeline.endMs);
+    doc["replayed_us"] = Json::Int64(timeline.endUs);
     Json::Value& resources = doc["resources"] = Json::Value(Json::arrayValue);
     for (const auto& [name, segments] : timeline.resources) {
         const Summary s = summarize(timeline, segments);
@@ -161,14 +163,14 @@ Json::Value replaySummaryJson(const ReplayTimeline& timeline) {
         r["name"] = name;
         r["changes"] = Json::UInt64(s.changes);
         if (s.mean) r["mean"] = *s.mean;
-        Json::Value& at = r["ms_at"] = Json::Value(Json::objectValue);
-        for (const auto& [value, ms] : s.msAt) at[value] = Json::Int64(ms);
+        Json::Value& at = r["us_at"] = Json::Value(Json::objectValue);
+        for (const auto& [value, us] : s.usAt) at[value] = Json::Int64(us);
         if (s.longest) {
             const ReplaySegment& seg = segments[*s.longest];
             Json::Value& l = r["longest_hold"];
             l["value"] = seg.value;
-            l["from_ms"] = Json::Int64(seg.startMs);
-            l["ms"] = Json::Int64(endOf(segments, *s.longest, timeline.endMs) - seg.startMs);
+            l["from_us"] = Json::Int64(seg.startUs);
+            l["us"] = Json::Int64(endOf(segments, *s.longest, timeline.endUs) - seg.startUs);
             l["by"] = timeline.causes[seg.heldBy];
         }
         resources.append(r);
@@ -183,7 +185,7 @@ std::string replayDiffText(const ReplayTimeline& a, const ReplayTimeline& b) {
     for (const auto& [name, list] : ranges) {
         out += name + ":\n";
         for (const DiffRange& r : list) {
-            out += "  " + seconds(r.fromMs) + " - " + seconds(r.toMs) + ": A " + shown(r.a) +
+            out += "  " + seconds(r.fromUs) + " - " + seconds(r.toUs) + ": A " + shown(r.a) +
                    ", B " + shown(r.b) + "\n    A: " + sideText(a, r.heldByA, r.causeA) +
                    "\n    B: " + sideText(b, r.heldByB, r.causeB) + "\n";
         }
@@ -193,7 +195,7 @@ std::string replayDiffText(const ReplayTimeline& a, const ReplayTimeline& b) {
 
 Json::Value replayDiffJson(const ReplayTimeline& a, const ReplayTimeline& b) {
     Json::Value doc(Json::objectValue);
-    doc["replayed_ms"] = Json::Int64(std::max(a.endMs, b.endMs));
+    doc["replayed_us"] = Json::Int64(std::max(a.endUs, b.endUs));
     Json::Value& resources = doc["differences"] = Json::Value(Json::arrayValue);
     for (const auto& [name, list] : diff(a, b)) {
         Json::Value r(Json::objectValue);
@@ -201,8 +203,8 @@ Json::Value replayDiffJson(const ReplayTimeline& a, const ReplayTimeline& b) {
         Json::Value& out = r["ranges"] = Json::Value(Json::arrayValue);
         for (const DiffRange& d : list) {
             Json::Value range(Json::objectValue);
-            range["from_ms"] = Json::Int64(d.fromMs);
-            range["to_ms"] = Json::Int64(d.toMs);
+            range["from_us"] = Json::Int64(d.fromUs);
+            range["to_us"] = Json::Int64(d.toUs);
             range["a"] = d.a;
             range["b"] = d.b;
             range["a_held_by"] = causeText(a, d.heldByA);
@@ -223,8 +225,7 @@ std::string replayTraceJson(const ReplayTimeline& timeline) {
         for (const ReplaySegment& s : segments) {
             out += first ? "" : ",\n";
             first = false;
-            out += "{\"ts\":" + std::to_string(s.startMs * 1000) +
-                   ",\"ph\":\"C\",\"pid\":1,\"name\":";
+            out += "{\"ts\":" + std::to_string(s.startUs) + ",\"ph\":\"C\",\"pid\":1,\"name\":";
             appendJsonString(&out, name);
             out += ",\"args\":{\"value\":";
             // A counter track holds numbers; a text value shows as 0 with the text beside it.
