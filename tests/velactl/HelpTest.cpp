@@ -55,6 +55,7 @@ TEST_F(CompletionTest, OffersTheKindOfWordThatFitsWhereTheCursorIs) {
             {{velactl, "dump", "run"}, "run-map\n"},
             {{velactl, "history", "o"}, "on\noff\n"},
             {{velactl, "release", "--via", "w"}, "wrapper\n"},
+            {{velactl, "repl"}, "replay\n"},
     };
     for (const auto& c : cases) EXPECT_EQ(offered(c.words), c.offers) << c.words.back();
 }
@@ -62,7 +63,8 @@ TEST_F(CompletionTest, OffersTheKindOfWordThatFitsWhereTheCursorIs) {
 TEST(ManPageTest, EveryCommandHasItsSectionWithSynopsisAndOptions) {
     const Outcome page = finish(*launch(VELACTL_PATH, {"--man"}));
     ASSERT_EQ(page.exitCode, 0) << page;
-    for (const char* command : {"acquire", "state", "listen", "dumpsys", "top", "run", "status"}) {
+    for (const char* command :
+         {"acquire", "state", "listen", "dumpsys", "top", "run", "status", "replay"}) {
         const size_t at = page.out.find(std::string(".SS ") + command + "\n");
         ASSERT_NE(at, std::string::npos) << command;
         EXPECT_NE(page.out.find(std::string(".B velactl [OPTIONS] ") + command, at),

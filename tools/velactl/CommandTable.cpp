@@ -17,6 +17,7 @@
 #include "DumpsysCommand.h"
 #include "PaxCommands.h"
 #include "ReleaseCommands.h"
+#include "ReplayCommand.h"
 #include "ScriptCommands.h"
 #include "StateCommands.h"
 #include "ToolCommands.h"
@@ -112,6 +113,10 @@ const CommandDef kCommands[] = {
      kService, Where::kTopLevel, attach<bindTop, runTop>},
     {"demo", "a guided tour against the service (use with --embedded)",
      kService, Where::kTopLevel, attachPlain<runDemo>},
+    // A replay runs a service of its own on a virtual clock: it needs none, and no --embedded.
+    {"replay", "play a record of calls (--record) again on a virtual clock, with --config's "
+               "configuration; --against B: where B's values would differ",
+     kLocal, Where::kTopLevel, attach<bindReplay, runReplay>},
 };
 // clang-format on
 

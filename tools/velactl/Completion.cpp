@@ -126,9 +126,8 @@ std::string bashCompletion(Commands& commands) {
            "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} command= i\n"
            "    local config=()\n"
            "    case $prev in\n"
-           "        --config|--sysfs-root|--trace|--record) COMPREPLY=($(compgen -f -- \"$cur\")); "
-           "return "
-           ";;\n"
+           "        --config|--sysfs-root|--trace|--record|--against)\n"
+           "            COMPREPLY=($(compgen -f -- \"$cur\")); return ;;\n"
            "        --timeout) return ;;\n"
            "        --via) COMPREPLY=($(compgen -W \"sa pax wrapper\" -- \"$cur\")); return ;;\n"
            "    esac\n"
@@ -145,8 +144,8 @@ std::string bashCompletion(Commands& commands) {
            "        '') words=\"" +
            std::string(kGlobalOptions) + " " + names + "\" ;;\n" + cases +
            "    esac\n"
-           "    [[ $command == run && $cur != -* ]] && { COMPREPLY=($(compgen -f -- \"$cur\")); "
-           "return; }\n"
+           "    [[ ($command == run || $command == replay) && $cur != -* ]] &&\n"
+           "        { COMPREPLY=($(compgen -f -- \"$cur\")); return; }\n"
            "    if [[ $cur != -* && -n $command ]]; then\n"
            "        if [[ -n $kind ]]; then\n"
            "            words=$(\"${COMP_WORDS[0]}\" \"${config[@]}\" --complete \"$kind\" "

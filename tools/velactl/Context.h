@@ -44,6 +44,8 @@ struct Context {
     std::unique_ptr<EmbeddedService> embedded;
     // The embedded service's timeline (--trace), closed before velactl leaves.
     std::shared_ptr<aidl::vendor::norvo::hardware::vela::impl::TraceWriter> trace;
+    // Where --trace points: the embedded service's timeline, or the one a replay writes.
+    std::string traceFile;
     // The last request handle and listener handle a command printed; scripts refer to them
     // as $handle and $listener.
     int32_t lastHandle = 0;

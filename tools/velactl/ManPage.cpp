@@ -44,6 +44,10 @@ constexpr Example kExamples[] = {
          "printf 'listen cpu.little.freq_min\\nrequest cpu.little.freq_min=1 -d 50\\nawait 2\\n' "
          "| velactl --embedded run -\n"},
         {"demo", "velactl --embedded demo\n"},
+        {"replay",
+         "# record a run, then see what it does with configuration B\n"
+         "velactl --embedded --record /tmp/run.jsonl run script.vela\n"
+         "velactl --trace /tmp/replay.json replay /tmp/run.jsonl --against b.json\n"},
         {"init", "velactl init --pax\n"},
         {"res-acquire", "velactl res-acquire cpu.big.freq_min=1804800\n"},
         {"platform-acquire", "velactl platform-acquire gpu.freq_min=220000000\n"},

@@ -6,26 +6,26 @@
 #include <fstream>
 #include <optional>
 
+#include "Replay.h"
 #include "ReplayReport.h"
 
 namespace velactl {
 
 using aidl::vendor::norvo::hardware::vela::impl::ScenarioConfig;
 
-const char kReplayUsage[] =
-        "Usage: velactl [--config A] [--trace FILE] [--json] replay RECORD [--against B]\n"
-        "Plays RECORD (vela-service --record, velactl --embedded --record) in an embedded\n"
-        "service on a virtual clock, with configuration A (the built-in one when not given),\n"
-        "and prints per resource the time at each value, the time-weighted mean, the number\n"
-        "of changes and the longest hold with its holder. With --against B, plays it with B\n"
-        "too and prints where the values in force differ, with the calls behind each range.\n"
-        "--trace writes the replay's timeline (trace-event JSON, on the virtual clock).\n";
-
 namespace {
 
-// A configuration named on the command line, or the built-in one.
+const char kReplayHelp[] =
+        "\nPlays RECORD (vela-service --record, velactl --embedded --record) in a service inside\n"
+        "velactl whose clock the record moves, with velactl's --config (the built-in\n"
+        "configuration when not given), and prints per resource the time at each value, the\n"
+        "time-weighted mean, the number of changes and the longest hold with its holder.\n"
+        "With --against B, plays it with B too and prints where the values in force differ,\n"
+        "with the calls behind each range. velactl's --trace FILE takes the replay's timeline\n"
+        "(trace-event JSON, on the virtual clock); --json prints one object.\n";
+
+// Configuration B, which the user named.
 std::optional<ScenarioConfig> configFrom(Context& ctx, const std::string& file, int* code) {
-    if (file.empty()) return ScenarioConfig::builtIn();
     std::string error;
     auto config = ScenarioConfig::load(file, &error);
     if (!config) {
@@ -43,45 +43,22 @@ void printJson(const Json::Value& doc) {
 
 }  // namespace
 
-int replayCommand(Context& ctx, const std::vector<std::string>& args, const std::string& configFile,
-                  const std::string& traceFile) {
-    std::string record, against;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--help" || args[i] == "-h") {
-            fputs(kReplayUsage, stdout);
-            return kExitOk;
-        } else if (args[i] == "--against" && i + 1 < args.size()) {
-            against = args[++i];
-        } else if (record.empty() && !args[i].empty() && args[i][0] != '-') {
-            record = args[i];
-        } else {
-            ctx.out.error("replay: unexpected '" + args[i] + "'");
-            fputs(kReplayUsage, stderr);
-            return kExitUsage;
-        }
-    }
-    if (record.empty()) {
-        ctx.out.error("replay: which record? (velactl replay RECORD)");
-        return kExitUsage;
-    }
-    int code = kExitOk;
-    const auto configA = configFrom(ctx, configFile, &code);
-    if (!configA) return code;
+int runReplay(Context& ctx, ReplayOptions& o) {
     ReplayTimeline a;
     std::string error;
-    if (!replayRecord(record, *configA, &a, &error)) {
+    if (!replayRecord(o.record, ctx.config, &a, &error)) {
         ctx.out.error(error);
-        return access(record.c_str(), R_OK) != 0 ? kExitNoInput : kExitData;
+        return access(o.record.c_str(), R_OK) != 0 ? kExitNoInput : kExitData;
     }
-    if (!traceFile.empty()) {
-        std::ofstream trace(traceFile, std::ios::trunc);
+    if (!ctx.traceFile.empty()) {
+        std::ofstream trace(ctx.traceFile, std::ios::trunc);
         trace << replayTraceJson(a);
         if (!trace) {
-            ctx.out.error("cannot write the timeline " + traceFile);
+            ctx.out.error("cannot write the timeline " + ctx.traceFile);
             return kExitNoInput;
         }
     }
-    if (against.empty()) {
+    if (o.against.empty()) {
         if (ctx.out.json()) {
             printJson(replaySummaryJson(a));
         } else {
@@ -89,10 +66,11 @@ int replayCommand(Context& ctx, const std::vector<std::string>& args, const std:
         }
         return kExitOk;
     }
-    const auto configB = configFrom(ctx, against, &code);
+    int code = kExitOk;
+    const auto configB = configFrom(ctx, o.against, &code);
     if (!configB) return code;
     ReplayTimeline b;
-    if (!replayRecord(record, *configB, &b, &error)) {
+    if (!replayRecord(o.record, *configB, &b, &error)) {
         ctx.out.error(error);
         return kExitData;
     }
@@ -102,6 +80,12 @@ int replayCommand(Context& ctx, const std::vector<std::string>& args, const std:
         fputs(replayDiffText(a, b).c_str(), stdout);
     }
     return kExitOk;
+}
+
+void bindReplay(CLI::App& app, ReplayOptions& o) {
+    app.footer(kReplayHelp);
+    app.add_option("RECORD", o.record, "a record of calls")->required()->type_name("");
+    app.add_option("--against", o.against, "configuration B, to compare with")->type_name("FILE");
 }
 
 }  // namespace velactl

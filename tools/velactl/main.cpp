@@ -19,7 +19,6 @@
 #include "Interrupt.h"
 #include "LogLevel.h"
 #include "ManPage.h"
-#include "ReplayCommand.h"
 #include "ResourceArgs.h"
 #include "Version.h"
 
@@ -38,10 +37,11 @@ const char kUsage[] =
         "                    debug (-vv), then all (-vvv)\n"
         "  -q, --quiet       show none of the library's lines, whatever VELA_LOG_LEVEL says\n"
         "  --embedded        start a reference service inside velactl, in a private directory\n"
-        "  --config FILE     scenario configuration: the embedded service's, and resource names\n"
+        "  --config FILE     scenario configuration: the embedded service's or a replay's, and\n"
+        "                    resource names\n"
         "  --sysfs-root DIR  the embedded service mirrors path resources as files under DIR\n"
-        "  --trace FILE      the embedded service writes a timeline to FILE (trace-event JSON,\n"
-        "                    which ui.perfetto.dev opens)\n"
+        "  --trace FILE      the embedded service (or a replay) writes a timeline to FILE\n"
+        "                    (trace-event JSON, which ui.perfetto.dev opens)\n"
         "  --record FILE     the embedded service records every call that changes state to\n"
         "                    FILE, one JSON object a line, for velactl replay\n"
         "  --timeout SECONDS before the command: give each call to the service this long before\n"
@@ -213,12 +213,15 @@ int main(int argc, char** argv) {
         ctx.out.error("--sysfs-root is for the embedded service: add --embedded");
         finish(ctx, kExitUsage);
     }
-    // A replay runs a service of its own, on a virtual clock: it needs no --embedded.
-    if (!g.rest.empty() && g.rest[0] == "replay") {
-        finish(ctx,
-               replayCommand(ctx, {g.rest.begin() + 1, g.rest.end()}, g.configFile, g.traceFile));
+    ctx.traceFile = g.traceFile;
+    // A replay writes --trace from a service of its own, on a virtual clock; an embedded
+    // service beside it would write to the same file.
+    const bool replaying = !g.rest.empty() && g.rest[0] == "replay";
+    if (replaying && g.embedded) {
+        ctx.out.error("replay runs a service of its own: leave out --embedded");
+        finish(ctx, kExitUsage);
     }
-    if (!g.traceFile.empty() && !g.embedded) {
+    if (!g.traceFile.empty() && !g.embedded && !replaying) {
         ctx.out.error("--trace is for the embedded service: add --embedded");
         finish(ctx, kExitUsage);
     }
