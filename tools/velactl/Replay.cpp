@@ -84,7 +84,10 @@ public:
     }
 
     // One recorded line, made at its time after what expires before it (or at that very time:
-    // a deadline reached is past, as for the live service's timer).
+    // a deadline reached is past, as for the live service's timer). Expiries are not in the
+    // record, since another configuration times them otherwise; the live timer ends a request
+    // a little after its deadline, so a call that came in that gap (tens of microseconds)
+    // replays after the end where it came before it live.
     void play(int64_t us, const Json::Value& line, size_t lineNumber) {
         while (auto due = mService->nextDeadline()) {
             if (*due > at(us)) break;
