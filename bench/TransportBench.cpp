@@ -115,14 +115,16 @@ private:
 };
 
 [[noreturn]] void serve(int readyFd) {
+    // Started before it is reachable, then joined, as vela-service does: what is measured from
+    // the moment it is reachable is the library finding it, not the service's own threads
+    // starting. Joining alone would serve one call at a time.
+    ABinderProcess_startThreadPool();
     auto service = ndk::SharedRefBase::make<QuietVela>();
     if (AServiceManager_addService(service->asBinder().get(), kInstance) != EX_NONE) _exit(3);
     // Reachable from here on: the parent measures from this moment.
-    const int64_t at = nowNanos();
-    (void)!write(readyFd, &at, sizeof(at));
+    const int64_t at[2] = {nowNanos(), nowNanos(CLOCK_PROCESS_CPUTIME_ID)};
+    (void)!write(readyFd, at, sizeof(at));
     close(readyFd);
-    // Started, then joined, as a device service does: joining alone serves one call at a time.
-    ABinderProcess_startThreadPool();
     ABinderProcess_joinThreadPool();
     _exit(4);  // joining never returns
 }
@@ -130,6 +132,7 @@ private:
 struct Child {
     pid_t pid = -1;
     int64_t reachableAt = 0;
+    int64_t cpuAtReachable = 0;
 };
 
 Child startService(const char* self) {
@@ -144,7 +147,10 @@ Child startService(const char* self) {
         _exit(127);
     }
     close(ready[1]);
-    if (read(ready[0], &c.reachableAt, sizeof(c.reachableAt)) != sizeof(c.reachableAt)) c.pid = -1;
+    int64_t at[2] = {};
+    if (read(ready[0], at, sizeof(at)) != sizeof(at)) c.pid = -1;
+    c.reachableAt = at[0];
+    c.cpuAtReachable = at[1];
     close(ready[0]);
     return c;
 }
@@ -256,10 +262,15 @@ double throughput(const std::shared_ptr<IVela>& vela, int threads) {
     return double(calls.load()) * 1e9 / double(nowNanos() - t0);
 }
 
-// Restarts the service `rounds` times; the median from its being reachable to `call` succeeding.
+struct Reconnection {
+    double micros = 0;            // from the service being reachable to the call succeeding
+    double serviceCpuMicros = 0;  // what the restarted service spent in that time
+};
+
+// Restarts the service `rounds` times; the medians of each restart's reconnection.
 template <typename Call>
-double medianReconnectMicros(const char* self, Child& service, int rounds, Call&& call) {
-    std::vector<double> samples;
+Reconnection medianReconnection(const char* self, Child& service, int rounds, Call&& call) {
+    std::vector<double> micros, cpu;
     for (int i = 0; i < rounds; ++i) {
         stop(service);
         // Time for the death notice to reach the library, and for the caller to be waiting
@@ -274,10 +285,14 @@ double medianReconnectMicros(const char* self, Child& service, int rounds, Call&
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         service = startService(self);
         caller.join();
-        samples.push_back(double(succeededAt.load() - service.reachableAt) / 1000.0);
+        micros.push_back(double(succeededAt.load() - service.reachableAt) / 1000.0);
+        cpu.push_back(double(cpuNanosOf(service.pid) - service.cpuAtReachable) / 1000.0);
     }
-    std::sort(samples.begin(), samples.end());
-    return samples[samples.size() / 2];
+    auto median = [](std::vector<double>& v) {
+        std::sort(v.begin(), v.end());
+        return v[v.size() / 2];
+    };
+    return {median(micros), median(cpu)};
 }
 
 void report(const char* what, const Cost& binder, const Cost& raw) {
@@ -342,14 +357,16 @@ int main(int argc, char** argv) {
         printf("the library does not reach the service; reconnection not measured\n");
     } else {
         const int rounds = 15;
+        const Reconnection hal = medianReconnection(self, service, rounds, [] {
+            return velaHalclient::velaPropertySet("k", "v") == kAnswer;
+        });
+        const Reconnection pax = medianReconnection(
+                self, service, rounds, [] { return setRelatedSysInfo(1, 2) == kAnswer; });
         printf("reconnection, median of %d restarts (reachable -> first success): "
                "velaHalclient %.0f us, Pax %.0f us\n",
-               rounds,
-               medianReconnectMicros(
-                       self, service, rounds,
-                       [] { return velaHalclient::velaPropertySet("k", "v") == kAnswer; }),
-               medianReconnectMicros(self, service, rounds,
-                                     [] { return setRelatedSysInfo(1, 2) == kAnswer; }));
+               rounds, hal.micros, pax.micros);
+        printf("restarted service's CPU in that time, median: velaHalclient %.0f us, Pax %.0f us\n",
+               hal.serviceCpuMicros, pax.serviceCpuMicros);
     }
     stop(service);
     if (!dir.empty()) std::filesystem::remove_all(dir);

@@ -84,18 +84,21 @@ ssize_t Channel::receive(void* buffer, size_t size, int flags) {
 }
 
 Channel::Read Channel::readMore(bool block) {
-    if (mReadEnd == mReadBuffer.size()) {
+    if (mReadEnd == mReadCapacity) {
         if (mReadStart > 0) {
-            std::memmove(mReadBuffer.data(), mReadBuffer.data() + mReadStart,
-                         mReadEnd - mReadStart);
+            std::memmove(mReadBuffer.get(), mReadBuffer.get() + mReadStart, mReadEnd - mReadStart);
             mReadEnd -= mReadStart;
             mReadStart = 0;
         } else {
             // Grows only as bytes really arrive, so a header that promises much costs little.
-            mReadBuffer.resize(std::max(kInitialReadBuffer, mReadBuffer.size() * 2));
+            const size_t capacity = std::max(kInitialReadBuffer, mReadCapacity * 2);
+            std::unique_ptr<uint8_t[]> grown(new uint8_t[capacity]);
+            if (mReadEnd > 0) std::memcpy(grown.get(), mReadBuffer.get(), mReadEnd);
+            mReadBuffer = std::move(grown);
+            mReadCapacity = capacity;
         }
     }
-    ssize_t n = receive(mReadBuffer.data() + mReadEnd, mReadBuffer.size() - mReadEnd,
+    ssize_t n = receive(mReadBuffer.get() + mReadEnd, mReadCapacity - mReadEnd,
                         block ? 0 : MSG_DONTWAIT);
     if (n > 0) {
         mReadEnd += static_cast<size_t>(n);
@@ -111,7 +114,7 @@ bool Channel::frameBuffered() const {
     const size_t available = mReadEnd - mReadStart;
     if (available < sizeof(WireHeader)) return false;
     WireHeader h;
-    memcpy(&h, mReadBuffer.data() + mReadStart, sizeof(h));
+    memcpy(&h, mReadBuffer.get() + mReadStart, sizeof(h));
     return !validHeader(h) || available >= sizeof(h) + size_t{h.objectCount} * 4 + h.dataSize;
 }
 
@@ -119,7 +122,7 @@ bool Channel::takeFrame(Frame* frame, bool* bad) {
     *bad = false;
     const size_t available = mReadEnd - mReadStart;
     if (available < sizeof(WireHeader)) return false;
-    const uint8_t* at = mReadBuffer.data() + mReadStart;
+    const uint8_t* at = mReadBuffer.get() + mReadStart;
     WireHeader h;
     memcpy(&h, at, sizeof(h));
     if (!validHeader(h)) {

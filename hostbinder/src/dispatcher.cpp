@@ -22,7 +22,11 @@ Dispatcher& Dispatcher::get() {
 }
 
 Dispatcher::Dispatcher()
-    : mEpoll(epoll_create1(EPOLL_CLOEXEC)), mTaskFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    : mEpoll(epoll_create1(EPOLL_CLOEXEC)),
+      mTaskFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      // Nothing can have stalled yet; a sweep on the first wake-up would only delay the first
+      // call a process answers.
+      mNextSweep(monotonicMillis() + kSweepMillis) {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLONESHOT;
     ev.data.u64 = kTaskId;
@@ -90,13 +94,17 @@ void Dispatcher::post(std::function<void()> task) {
             (void)!write(mTaskFd, &one, sizeof(one));
         }
     }
-    if (mIdle.load() == 0) ensureSpare();
+    if (mBusy.load() >= mThreads.load()) spawnIfAllowed();
 }
 
-void Dispatcher::ensureSpare() {
+void Dispatcher::enterBusy() {
+    if (mBusy.fetch_add(1) + 1 >= mThreads.load()) spawnIfAllowed();
+}
+
+void Dispatcher::spawnIfAllowed() {
     // Before startThreadPool the driver asks for no threads (ProcessState::spawnPooledThread
     // does nothing until then), whatever joined.
-    if (mIdle.load() > 0 || !mStarted.load()) return;
+    if (!mStarted.load()) return;
     {
         std::lock_guard<std::mutex> lock(mMutex);
         if (mSpawned >= mMaxThreads) return;
@@ -146,8 +154,9 @@ void Dispatcher::runOneTask() {
     // Still readable when more tasks wait: the next one goes to another thread.
     rearm(mTaskFd, kTaskId, EPOLLIN);
     if (task) {
-        ensureSpare();
+        enterBusy();
         deliver(task);
+        leaveBusy();
     }
 }
 
@@ -160,11 +169,14 @@ void Dispatcher::maybeSweep() {
 
 void Dispatcher::work() {
     tOnBinderThread = true;
+    // A thread's first allocation makes its allocator arena (glibc maps and faults in a new
+    // heap). Made now, while the thread waits for nothing, the first call it takes does not
+    // pay for it. Through a volatile, or the compiler drops the pair.
+    void* volatile first = malloc(1);
+    free(first);
     for (;;) {
         epoll_event ev{};
-        mIdle.fetch_add(1);
         const int n = epoll_wait(mEpoll, &ev, 1, kSweepMillis);
-        mIdle.fetch_sub(1);
         maybeSweep();
         if (n != 1) continue;
         if (ev.data.u64 == kTaskId) {

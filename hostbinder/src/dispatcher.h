@@ -39,9 +39,11 @@ public:
 
     // Runs `task` on a binder thread once there is one.
     void post(std::function<void()> task);
-    // Called by a binder thread before it runs something that may take long, so that another
-    // thread keeps watching while the pool may still grow.
-    void ensureSpare();
+    // Bracket a binder thread's running of the process's own code (a transaction, a task).
+    // Entering asks for one more thread when no other would be left free to take the next
+    // call, as the driver asks when it finds no thread waiting.
+    void enterBusy();
+    void leaveBusy() { mBusy.fetch_sub(1); }
 
     void start();
     [[noreturn]] void join();
@@ -56,6 +58,8 @@ public:
 private:
     Dispatcher();
     void spawn();
+    // One more thread, if the pool is started and below its maximum.
+    void spawnIfAllowed();
     void work();
     void runOneTask();
     void maybeSweep();
@@ -68,7 +72,10 @@ private:
     const int mTaskFd;                  // readable while tasks wait
     std::atomic<bool> mStarted{false};  // startThreadPool was called
     std::atomic<uint32_t> mThreads{0};
-    std::atomic<uint32_t> mIdle{0};
+    // Threads running the process's code. A thread that is accepting a connection or reading
+    // a message is not counted: on a device that work is the driver's, and the thread would
+    // still be waiting there, so it must not make the pool grow.
+    std::atomic<uint32_t> mBusy{0};
     std::atomic<int64_t> mNextSweep{0};
     // Once exit has begun nothing new is delivered: the process's static objects are being
     // destroyed, and a callback or death notice must not find them half gone.

@@ -140,8 +140,9 @@ void Session::serve() {
         endReadingLocked(more);
     }
     if (incoming.target != nullptr) {
-        Dispatcher::get().ensureSpare();
+        Dispatcher::get().enterBusy();
         runTransaction(std::move(incoming));
+        Dispatcher::get().leaveBusy();
     }
 }
 
