@@ -119,23 +119,33 @@ private:
     // the moment it is reachable is the library finding it, not the service's own threads
     // starting. Joining alone would serve one call at a time.
     ABinderProcess_startThreadPool();
+    // The moment it became reachable reaches the parent later, from a thread of its own:
+    // writing the pipe at once would wake the parent in the middle of the reconnection and
+    // count the harness's own work in it.
+    static std::atomic<int64_t> reachableAt{0}, cpuAtReachable{0};
+    std::thread([readyFd] {
+        while (reachableAt.load() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        const int64_t at[2] = {reachableAt.load(), cpuAtReachable.load()};
+        (void)!write(readyFd, at, sizeof(at));
+        close(readyFd);
+    }).detach();
     auto service = ndk::SharedRefBase::make<QuietVela>();
     if (AServiceManager_addService(service->asBinder().get(), kInstance) != EX_NONE) _exit(3);
-    // Reachable from here on: the parent measures from this moment.
-    const int64_t at[2] = {nowNanos(), nowNanos(CLOCK_PROCESS_CPUTIME_ID)};
-    (void)!write(readyFd, at, sizeof(at));
-    close(readyFd);
+    const int64_t at = nowNanos();
+    cpuAtReachable = nowNanos(CLOCK_PROCESS_CPUTIME_ID);
+    reachableAt = at;
     ABinderProcess_joinThreadPool();
     _exit(4);  // joining never returns
 }
 
 struct Child {
     pid_t pid = -1;
+    int readyFd = -1;
     int64_t reachableAt = 0;
     int64_t cpuAtReachable = 0;
 };
 
-Child startService(const char* self) {
+Child launchService(const char* self) {
     int ready[2];
     if (pipe(ready) != 0) return {};
     Child c;
@@ -147,11 +157,24 @@ Child startService(const char* self) {
         _exit(127);
     }
     close(ready[1]);
+    c.readyFd = ready[0];
+    return c;
+}
+
+// When the service became reachable, once it says so.
+bool awaitReachable(Child& c) {
     int64_t at[2] = {};
-    if (read(ready[0], at, sizeof(at)) != sizeof(at)) c.pid = -1;
+    if (read(c.readyFd, at, sizeof(at)) != sizeof(at)) c.pid = -1;
     c.reachableAt = at[0];
     c.cpuAtReachable = at[1];
-    close(ready[0]);
+    close(c.readyFd);
+    c.readyFd = -1;
+    return c.pid > 0;
+}
+
+Child startService(const char* self) {
+    Child c = launchService(self);
+    awaitReachable(c);
     return c;
 }
 
@@ -276,21 +299,26 @@ Reconnection medianReconnection(const char* self, Child& service, int rounds, Ca
         // Time for the death notice to reach the library, and for the caller to be waiting
         // when the service comes back: what is measured is the wake-up, not these pauses.
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        std::atomic<int64_t> succeededAt{0};
+        std::atomic<pid_t> servicePid{-1};
+        int64_t succeededAt = 0;
+        int64_t serviceCpuAtSuccess = 0;
         std::thread caller([&] {
             while (!call()) {
             }
             succeededAt = nowNanos();
+            serviceCpuAtSuccess = cpuNanosOf(servicePid.load());
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        service = startService(self);
+        service = launchService(self);
+        servicePid = service.pid;
         caller.join();
-        micros.push_back(double(succeededAt.load() - service.reachableAt) / 1000.0);
-        cpu.push_back(double(cpuNanosOf(service.pid) - service.cpuAtReachable) / 1000.0);
+        if (!awaitReachable(service)) continue;
+        micros.push_back(double(succeededAt - service.reachableAt) / 1000.0);
+        cpu.push_back(double(serviceCpuAtSuccess - service.cpuAtReachable) / 1000.0);
     }
     auto median = [](std::vector<double>& v) {
         std::sort(v.begin(), v.end());
-        return v[v.size() / 2];
+        return v.empty() ? 0.0 : v[v.size() / 2];
     };
     return {median(micros), median(cpu)};
 }
@@ -356,7 +384,7 @@ int main(int argc, char** argv) {
     if (velaHalclient::velaPropertySet("k", "v") != kAnswer || setRelatedSysInfo(1, 2) != kAnswer) {
         printf("the library does not reach the service; reconnection not measured\n");
     } else {
-        const int rounds = 15;
+        const int rounds = 31;
         const Reconnection hal = medianReconnection(self, service, rounds, [] {
             return velaHalclient::velaPropertySet("k", "v") == kAnswer;
         });

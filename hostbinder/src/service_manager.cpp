@@ -99,32 +99,32 @@ private:
 };
 
 void Listener::onEvent(uint32_t) {
-    for (;;) {
-        ndk::ScopedFileDescriptor fd(accept4(mFd.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        if (fd.get() < 0) {
-            if (errno == EINTR || errno == ECONNABORTED) continue;
-            if (errno == EMFILE || errno == ENFILE) {
-                // Out of descriptors: look again a little later rather than spin on it.
-                hostbinderLog("cannot accept for %s: %s", mInstance.c_str(), strerror(errno));
-                Dispatcher::get().post([fd = mFd.get(), id = mId] {
-                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                    Dispatcher::get().rearm(fd, id, EPOLLIN);
-                });
-                return;
-            }
-            break;
-        }
-        if (mStopped.load()) return;
-        ucred peer{};
-        if (!peerIsUs(fd.get(), &peer)) continue;
-        const size_t open = SessionRegistry::get().servedCount(mInstance);
-        if (open >= kMaxConnectionsPerService) {
-            refuse(std::move(fd), peer.pid, open);
-            continue;
-        }
-        Session::start(std::move(fd), mInstance, mBinder, peer);
+    // One connection per wake-up: the listener is re-armed as soon as one is taken, so another
+    // binder thread takes the next while this one sets up the session, and nobody pays for a
+    // last accept that finds nothing.
+    ndk::ScopedFileDescriptor fd;
+    do {
+        fd.set(accept4(mFd.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    } while (fd.get() < 0 && (errno == EINTR || errno == ECONNABORTED));
+    if (fd.get() < 0 && (errno == EMFILE || errno == ENFILE)) {
+        // Out of descriptors: look again a little later rather than spin on it.
+        hostbinderLog("cannot accept for %s: %s", mInstance.c_str(), strerror(errno));
+        Dispatcher::get().post([fd = mFd.get(), id = mId] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            Dispatcher::get().rearm(fd, id, EPOLLIN);
+        });
+        return;
     }
-    if (!mStopped.load()) Dispatcher::get().rearm(mFd.get(), mId, EPOLLIN);
+    if (mStopped.load()) return;
+    Dispatcher::get().rearm(mFd.get(), mId, EPOLLIN);
+    ucred peer{};
+    if (fd.get() < 0 || !peerIsUs(fd.get(), &peer)) return;
+    const size_t open = SessionRegistry::get().servedCount(mInstance);
+    if (open >= kMaxConnectionsPerService) {
+        refuse(std::move(fd), peer.pid, open);
+        return;
+    }
+    Session::start(std::move(fd), mInstance, mBinder, peer);
 }
 
 void Listener::refuse(ndk::ScopedFileDescriptor fd, pid_t peer, size_t open) {
@@ -223,9 +223,11 @@ public:
         mFree.push_back(fd);
     }
 
+    // A read that leaves room in the buffer took everything queued: no second read just to
+    // hear that nothing is left (what arrives meanwhile wakes the next poll).
     static void drain(int fd) {
         alignas(inotify_event) char events[4096];
-        while (read(fd, events, sizeof(events)) > 0) {
+        while (read(fd, events, sizeof(events)) > static_cast<ssize_t>(sizeof(events) / 2)) {
         }
     }
 
