@@ -10,23 +10,11 @@
 
 #include "JsonText.h"
 #include "ServiceState.h"
+#include "UtcText.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
 namespace {
-
-std::string utcText(std::chrono::system_clock::time_point when) {
-    const int64_t ms =
-            std::chrono::duration_cast<std::chrono::milliseconds>(when.time_since_epoch()).count();
-    const time_t seconds = static_cast<time_t>(ms / 1000);
-    struct tm utc {};
-    gmtime_r(&seconds, &utc);
-    char text[64];
-    snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900,
-             utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
-             static_cast<int>(ms % 1000));
-    return text;
-}
 
 void appendOptionalString(std::string* out, const char* name, const std::optional<std::string>& v) {
     *out += ",\"";
@@ -55,7 +43,7 @@ std::unique_ptr<CallRecorder> CallRecorder::open(const std::string& path, std::s
     // had "t" in milliseconds): a reader that knows only version 1 refuses the lines rather than
     // taking microseconds for milliseconds.
     recorder->writeLine("\"record\":\"vela-calls\",\"version\":2,\"start_unix_ms\":" +
-                        std::to_string(unixMs) + ",\"start_utc\":\"" + utcText(wall) +
+                        std::to_string(unixMs) + ",\"start_utc\":\"" + utcText(unixMs * 1000, 3) +
                         "\",\"t_clock\":\"monotonic, microseconds since the record's start\"");
     return recorder;
 }

@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "JsonText.h"
+#include "UtcText.h"
 
 namespace aidl::vendor::norvo::hardware::vela::impl {
 
@@ -40,18 +41,6 @@ void appendArgs(std::string* out, const TraceWriter::Args& args) {
         }
     }
     out->push_back('}');
-}
-
-// "2026-11-24T02:31:05.123456Z" for microseconds since the epoch.
-std::string isoTime(int64_t unixUs) {
-    const time_t seconds = static_cast<time_t>(unixUs / 1000000);
-    struct tm utc {};
-    gmtime_r(&seconds, &utc);
-    char text[64];
-    snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", utc.tm_year + 1900,
-             utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
-             static_cast<int>(unixUs % 1000000));
-    return text;
 }
 
 }  // namespace
@@ -92,7 +81,7 @@ public:
                         .count();
         std::string tail = "\"ph\":\"M\",\"name\":\"clock_anchor\"" + owner();
         tail += ",\"args\":{\"ts_zero_unix_us\":" + std::to_string(unixUs) + ",\"ts_zero_utc\":\"" +
-                isoTime(unixUs) +
+                utcText(unixUs, 6) +
                 "\",\"ts_clock\":\"monotonic, microseconds since the timeline was opened\"}";
         return tail;
     }
