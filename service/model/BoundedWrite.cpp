@@ -83,4 +83,18 @@ bool writeBounded(int fd, std::string_view text, std::chrono::milliseconds stall
     return true;
 }
 
+int writeWhole(int fd, std::string_view text) {
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+        } else if (n < 0 && errno == EINTR) {
+            continue;
+        } else {
+            return n < 0 ? errno : EIO;
+        }
+    }
+    return 0;
+}
+
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

@@ -12,4 +12,8 @@ namespace aidl::vendor::norvo::hardware::vela::impl {
 // when the reader takes nothing for `stall`. Never raises SIGPIPE in the process.
 bool writeBounded(int fd, std::string_view text, std::chrono::milliseconds stall);
 
+// Writes all of `text` to a file of our own, retrying short writes and interruptions. On a
+// failure returns the errno (EIO when the file took nothing), and 0 once everything is written.
+int writeWhole(int fd, std::string_view text);
+
 }  // namespace aidl::vendor::norvo::hardware::vela::impl

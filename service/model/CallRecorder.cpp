@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "BoundedWrite.h"
 #include "JsonText.h"
 #include "ServiceState.h"
 #include "UtcText.h"
@@ -142,20 +143,12 @@ void CallRecorder::writeLine(const std::string& body) {
             body.rfind("\"record\"", 0) == 0 ? "{" : "{\"t_us\":" + std::to_string(us) + ",";
     line += body;
     line += "}\n";
-    for (size_t done = 0; done < line.size();) {
-        const ssize_t n = ::write(mFd, line.data() + done, line.size() - done);
-        if (n > 0) {
-            done += static_cast<size_t>(n);
-        } else if (n < 0 && errno == EINTR) {
-            continue;
-        } else {
-            // A full disk must not stop the service: the record ends here, and says so once.
-            serviceLog(ANDROID_LOG_ERROR, "record: write failed (%s); recording stops",
-                       n < 0 ? strerror(errno) : "nothing written");
-            ::close(mFd);
-            mFd = -1;
-            return;
-        }
+    if (const int error = writeWhole(mFd, line); error != 0) {
+        // A full disk must not stop the service: the record ends here, and says so once.
+        serviceLog(ANDROID_LOG_ERROR, "record: write failed (%s); recording stops",
+                   strerror(error));
+        ::close(mFd);
+        mFd = -1;
     }
 }
 

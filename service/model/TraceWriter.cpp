@@ -11,6 +11,7 @@
 #include <map>
 #include <mutex>
 
+#include "BoundedWrite.h"
 #include "JsonText.h"
 #include "UtcText.h"
 
@@ -148,16 +149,9 @@ private:
         line += tail;
         line += "}";
         line += after;
-        for (size_t done = 0; done < line.size();) {
-            const ssize_t n = ::write(mFd, line.data() + done, line.size() - done);
-            if (n > 0) {
-                done += static_cast<size_t>(n);
-            } else if (n < 0 && errno == EINTR) {
-                continue;
-            } else {
-                failLocked(n < 0 ? errno : EIO);
-                return false;
-            }
+        if (const int error = writeWhole(mFd, line); error != 0) {
+            failLocked(error);
+            return false;
         }
         mWhole += static_cast<off_t>(line.size());
         return true;
