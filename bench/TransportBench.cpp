@@ -2,15 +2,19 @@
 // process: latency and CPU of an empty call and of an 8-item resCtlRequest beside a raw
 // two-process ping-pong of the same bytes, heap allocations per call on the calling thread,
 // throughput with 1 to 8 client threads, and how soon the library's two layers reach a
-// restarted service. Everything is printed; nothing is judged here.
+// restarted service beside a bare socket client reaching a restarted bare socket server the
+// same way. Everything is printed; nothing is judged here.
 #include <PaxEvent.h>
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // new and delete are replaced together
 #include <aidl/vendor/norvo/hardware/vela/BnVela.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <hostbinder/hostbinder.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -114,26 +118,38 @@ private:
     }
 };
 
+// When a restarted service became reachable, and its CPU time then. It reaches the parent
+// later, from a thread of its own: writing the pipe at once would wake the parent in the middle
+// of the reconnection and count the harness's own work in it.
+std::atomic<int64_t> gReachableAt{0};
+std::atomic<int64_t> gCpuAtReachable{0};
+
+void announceReachableLater(int readyFd) {
+    std::thread([readyFd] {
+        while (gReachableAt.load() == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        const int64_t at[2] = {gReachableAt.load(), gCpuAtReachable.load()};
+        (void)!write(readyFd, at, sizeof(at));
+        close(readyFd);
+    }).detach();
+}
+
+void markReachable() {
+    const int64_t at = nowNanos();
+    gCpuAtReachable = nowNanos(CLOCK_PROCESS_CPUTIME_ID);
+    gReachableAt = at;
+}
+
 [[noreturn]] void serve(int readyFd) {
     // Started before it is reachable, then joined, as vela-service does: what is measured from
     // the moment it is reachable is the library finding it, not the service's own threads
     // starting. Joining alone would serve one call at a time.
     ABinderProcess_startThreadPool();
-    // The moment it became reachable reaches the parent later, from a thread of its own:
-    // writing the pipe at once would wake the parent in the middle of the reconnection and
-    // count the harness's own work in it.
-    static std::atomic<int64_t> reachableAt{0}, cpuAtReachable{0};
-    std::thread([readyFd] {
-        while (reachableAt.load() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        const int64_t at[2] = {reachableAt.load(), cpuAtReachable.load()};
-        (void)!write(readyFd, at, sizeof(at));
-        close(readyFd);
-    }).detach();
+    announceReachableLater(readyFd);
     auto service = ndk::SharedRefBase::make<QuietVela>();
     if (AServiceManager_addService(service->asBinder().get(), kInstance) != EX_NONE) _exit(3);
-    const int64_t at = nowNanos();
-    cpuAtReachable = nowNanos(CLOCK_PROCESS_CPUTIME_ID);
-    reachableAt = at;
+    markReachable();
     ABinderProcess_joinThreadPool();
     _exit(4);  // joining never returns
 }
@@ -145,7 +161,7 @@ struct Child {
     int64_t cpuAtReachable = 0;
 };
 
-Child launchService(const char* self) {
+Child launchService(const char* self, const char* mode = "--serve") {
     int ready[2];
     if (pipe(ready) != 0) return {};
     Child c;
@@ -153,7 +169,7 @@ Child launchService(const char* self) {
     if (c.pid == 0) {
         close(ready[0]);
         const std::string fd = std::to_string(ready[1]);
-        execl(self, self, "--serve", fd.c_str(), static_cast<char*>(nullptr));
+        execl(self, self, mode, fd.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
     close(ready[1]);
@@ -172,8 +188,8 @@ bool awaitReachable(Child& c) {
     return c.pid > 0;
 }
 
-Child startService(const char* self) {
-    Child c = launchService(self);
+Child startService(const char* self, const char* mode = "--serve") {
+    Child c = launchService(self, mode);
     awaitReachable(c);
     return c;
 }
@@ -203,35 +219,48 @@ Cost measure(pid_t peer, int calls, Call&& call) {
     return {double(t1 - t0) / calls, double(cpu1 - cpu0) / calls};
 }
 
+// The raw side's messages: only their sizes matter, not their bytes.
+bool receiveBytes(int fd, size_t size) {
+    char buf[4096];
+    for (size_t got = 0; got < size;) {
+        const ssize_t n = recv(fd, buf, std::min(sizeof(buf), size - got), 0);
+        if (n <= 0) return false;
+        got += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool sendBytes(int fd, size_t size) {
+    static const char zeros[4096] = {};
+    for (size_t sent = 0; sent < size;) {
+        const ssize_t n = send(fd, zeros, std::min(sizeof(zeros), size - sent), MSG_NOSIGNAL);
+        if (n <= 0) return false;
+        sent += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// One exchange, from the side that asks and from the side that answers.
+bool ask(int fd, size_t request, size_t reply) {
+    return sendBytes(fd, request) && receiveBytes(fd, reply);
+}
+bool answer(int fd, size_t request, size_t reply) {
+    return receiveBytes(fd, request) && sendBytes(fd, reply);
+}
+
 // A two-process ping-pong over a socket pair: `request` bytes out, `reply` bytes back.
 Cost rawPingPong(size_t request, size_t reply, int calls) {
     int fds[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) return {};
-    auto exchange = [](int fd, size_t in, size_t out) {
-        char buf[4096] = {};
-        size_t got = 0;
-        while (got < in) {
-            ssize_t n = recv(fd, buf, std::min(sizeof(buf), in - got), 0);
-            if (n <= 0) return false;
-            got += static_cast<size_t>(n);
-        }
-        return send(fd, buf, out, MSG_NOSIGNAL) == static_cast<ssize_t>(out);
-    };
     pid_t echo = fork();
     if (echo == 0) {
         close(fds[0]);
-        while (exchange(fds[1], request, reply)) {
+        while (answer(fds[1], request, reply)) {
         }
         _exit(0);
     }
     close(fds[1]);
-    std::vector<char> out(request);
-    Cost cost = measure(echo, calls, [&] {
-        send(fds[0], out.data(), request, MSG_NOSIGNAL);
-        char buf[4096];
-        size_t got = 0;
-        while (got < reply) got += static_cast<size_t>(recv(fds[0], buf, reply - got, 0));
-    });
+    Cost cost = measure(echo, calls, [&] { ask(fds[0], request, reply); });
     close(fds[0]);
     waitpid(echo, nullptr, 0);
     return cost;
@@ -285,6 +314,69 @@ double throughput(const std::shared_ptr<IVela>& vela, int threads) {
     return double(calls.load()) * 1e9 / double(nowNanos() - t0);
 }
 
+// --- The same reconnection over a bare socket ----------------------------------------------
+
+// About the sizes of the library's two transactions on a reconnection: the interface
+// descriptor's question and answer, then a small call and its status.
+constexpr size_t kRawExchanges[2][2] = {{56, 128}, {156, 64}};
+
+std::string rawSocketPath() {
+    return std::string(getenv("HOSTBINDER_DIR")) + "/raw.sock";
+}
+
+// Appears under its name by a rename once it listens, answers the two exchanges of each
+// connection, and reports when it became reachable as serve() does.
+[[noreturn]] void serveRaw(int readyFd) {
+    announceReachableLater(readyFd);
+    const std::string path = rawSocketPath();
+    const std::string staging = path + "." + std::to_string(getpid());
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", staging.c_str());
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
+        listen(listener, SOMAXCONN) != 0 || rename(staging.c_str(), path.c_str()) != 0) {
+        _exit(3);
+    }
+    markReachable();
+    for (;;) {
+        const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) continue;
+        for (const auto& sizes : kRawExchanges) {
+            if (!answer(fd, sizes[0], sizes[1])) break;
+        }
+        close(fd);
+    }
+}
+
+// Waits as the runtime's waitForService does (a directory watch, a look on every change),
+// then connects and makes the two exchanges.
+bool rawReconnect() {
+    const std::string path = rawSocketPath();
+    const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    inotify_add_watch(watch, getenv("HOSTBINDER_DIR"), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
+    bool done = false;
+    while (!done) {
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0) {
+            done = ask(fd, kRawExchanges[0][0], kRawExchanges[0][1]) &&
+                   ask(fd, kRawExchanges[1][0], kRawExchanges[1][1]);
+        }
+        close(fd);
+        if (done) break;
+        pollfd p{watch, POLLIN, 0};
+        if (poll(&p, 1, 250) > 0) {
+            alignas(inotify_event) char events[4096];
+            (void)!read(watch, events, sizeof(events));
+        }
+    }
+    close(watch);
+    return true;
+}
+
 struct Reconnection {
     double micros = 0;            // from the service being reachable to the call succeeding
     double serviceCpuMicros = 0;  // what the restarted service spent in that time
@@ -292,7 +384,8 @@ struct Reconnection {
 
 // Restarts the service `rounds` times; the medians of each restart's reconnection.
 template <typename Call>
-Reconnection medianReconnection(const char* self, Child& service, int rounds, Call&& call) {
+Reconnection medianReconnection(const char* self, const char* mode, Child& service, int rounds,
+                                Call&& call) {
     std::vector<double> micros, cpu;
     for (int i = 0; i < rounds; ++i) {
         stop(service);
@@ -309,7 +402,7 @@ Reconnection medianReconnection(const char* self, Child& service, int rounds, Ca
             serviceCpuAtSuccess = cpuNanosOf(servicePid.load());
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        service = launchService(self);
+        service = launchService(self, mode);
         servicePid = service.pid;
         caller.join();
         if (!awaitReachable(service)) continue;
@@ -334,6 +427,7 @@ void report(const char* what, const Cost& binder, const Cost& raw) {
 
 int main(int argc, char** argv) {
     if (argc == 3 && std::string(argv[1]) == "--serve") serve(atoi(argv[2]));
+    if (argc == 3 && std::string(argv[1]) == "--serve-raw") serveRaw(atoi(argv[2]));
     std::string dir;
     if (getenv("HOSTBINDER_DIR") == nullptr) {
         std::string tmpl = std::filesystem::temp_directory_path() / "paxbench-XXXXXX";
@@ -385,16 +479,23 @@ int main(int argc, char** argv) {
         printf("the library does not reach the service; reconnection not measured\n");
     } else {
         const int rounds = 31;
-        const Reconnection hal = medianReconnection(self, service, rounds, [] {
+        const Reconnection hal = medianReconnection(self, "--serve", service, rounds, [] {
             return velaHalclient::velaPropertySet("k", "v") == kAnswer;
         });
-        const Reconnection pax = medianReconnection(
-                self, service, rounds, [] { return setRelatedSysInfo(1, 2) == kAnswer; });
+        const Reconnection pax = medianReconnection(self, "--serve", service, rounds, [] {
+            return setRelatedSysInfo(1, 2) == kAnswer;
+        });
+        Child rawService = startService(self, "--serve-raw");
+        const Reconnection raw =
+                medianReconnection(self, "--serve-raw", rawService, rounds, rawReconnect);
+        stop(rawService);
         printf("reconnection, median of %d restarts (reachable -> first success): "
-               "velaHalclient %.0f us, Pax %.0f us\n",
-               rounds, hal.micros, pax.micros);
-        printf("restarted service's CPU in that time, median: velaHalclient %.0f us, Pax %.0f us\n",
-               hal.serviceCpuMicros, pax.serviceCpuMicros);
+               "velaHalclient %.0f us (%.2fx), Pax %.0f us (%.2fx); raw socket %.0f us\n",
+               rounds, hal.micros, hal.micros / raw.micros, pax.micros, pax.micros / raw.micros,
+               raw.micros);
+        printf("restarted service's CPU in that time, median: velaHalclient %.0f us, Pax %.0f us, "
+               "raw socket %.0f us\n",
+               hal.serviceCpuMicros, pax.serviceCpuMicros, raw.serviceCpuMicros);
     }
     stop(service);
     if (!dir.empty()) std::filesystem::remove_all(dir);
