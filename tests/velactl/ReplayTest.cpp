@@ -151,6 +151,14 @@ TEST_F(ReplayTest, RecordCutShortOrOfTheFirstVersionStillReplays) {
     std::ofstream(mDir + "v3.jsonl") << "{\"record\":\"vela-calls\",\"version\":3}\n";
     EXPECT_EQ(velactl({"replay", mDir + "v3.jsonl"}).exitCode, 65);
     EXPECT_EQ(velactl({"replay", mDir + "script.vela"}).exitCode, 65);  // not a record
+
+    // A whole line of the wrong shape is the record's fault, not a cut: refused at its line.
+    std::string edited = readFile(record());
+    edited.replace(edited.find("\"pid\":"), 6, "\"pid\":\"x\",\"was\":");
+    std::ofstream(mDir + "edited.jsonl") << edited;
+    const Outcome bad = velactl({"replay", mDir + "edited.jsonl"});
+    EXPECT_EQ(bad.exitCode, 65) << bad;
+    EXPECT_TRUE(bad.says("edited.jsonl:2: a field of the wrong type")) << bad;
 }
 
 }  // namespace

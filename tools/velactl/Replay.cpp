@@ -239,15 +239,26 @@ bool replayRecord(const std::string& path, const ScenarioConfig& config, ReplayT
     int64_t lastUs = 0;
     for (size_t i = 1; i < lines.size(); ++i) {
         Json::Value doc;
-        if (!parse(lines[i], &doc) || !doc[timeField].isIntegral()) {
-            if (i + 1 == lines.size()) break;  // cut short by a kill
-            *error = path + ":" + std::to_string(i + 1) + ": not a recorded call";
+        const bool parsed = parse(lines[i], &doc);
+        if (!parsed && i + 1 == lines.size()) break;  // cut short by a kill
+        const std::string where = path + ":" + std::to_string(i + 1) + ": ";
+        if (!parsed || !doc[timeField].isInt64() || doc[timeField].asInt64() < 0 ||
+            !doc["call"].isString()) {
+            *error = where + "not a recorded call (a JSON object with \"" + timeField +
+                     "\" and \"call\")";
             return false;
         }
         // The line order is the order of the changes; a time that goes back (it cannot in a
         // record the service wrote) is played at the time reached.
         lastUs = std::max(lastUs, doc[timeField].asInt64() * usPerUnit);
-        player.play(lastUs, doc, i + 1);
+        // A record is a file anyone may have edited: a field of the wrong type stops the replay
+        // at its line rather than ending velactl as if it had failed itself.
+        try {
+            player.play(lastUs, doc, i + 1);
+        } catch (const Json::Exception& e) {
+            *error = where + "a field of the wrong type (" + e.what() + ")";
+            return false;
+        }
     }
     player.finish(lastUs);
     return true;
