@@ -31,7 +31,12 @@ std::shared_ptr<Session> Session::start(ndk::ScopedFileDescriptor fd, std::strin
     std::shared_ptr<Session> s(
             new Session(std::move(fd), std::move(instance), root, peer.pid, peer.uid));
     SessionRegistry::get().add(s);
-    Dispatcher::get().add(s->mChannel.fd(), s->mWatchId, EPOLLIN, s);
+    uint32_t armed;
+    {
+        std::lock_guard<std::mutex> lock(s->mMutex);
+        armed = s->mArmed = s->wantedEventsLocked();
+    }
+    Dispatcher::get().add(s->mChannel.fd(), s->mWatchId, armed, s);
     return s;
 }
 
@@ -43,8 +48,7 @@ Session::Session(ndk::ScopedFileDescriptor fd, std::string instance, AIBinder* r
       mPeerUid(peerUid),
       mWatchId(Dispatcher::get().newId()),
       mChannel(std::move(fd), "a connection of " + mInstance + " to pid " +
-                                      std::to_string(static_cast<int>(peerPid))),
-      mArmed(EPOLLIN) {
+                                      std::to_string(static_cast<int>(peerPid))) {
     if (mRoot != nullptr) {
         AIBinder_incStrong(mRoot);
         mExports[kWireRootObject] = Export{mRoot, UINT64_MAX};
@@ -66,10 +70,23 @@ void Session::shutdown() {
     mChannel.shutdown();
 }
 
+// Incoming data concerns the binder threads only when this process has binders the peer can
+// call (the root object of a served connection, callbacks handed over): otherwise all that
+// comes is replies, which their callers read, so data wakes nobody and only the end of the
+// connection is watched, which the kernel reports whatever the mask. A process that only
+// calls then reads its replies with no epoll call on the way, as a device's caller gets its
+// reply from the driver without waking the process's idle threads; one with callbacks gives
+// the connection back to its threads, and takes it from them, around every call.
+uint32_t Session::wantedEventsLocked() const {
+    uint32_t want = EPOLLRDHUP;
+    if (!mReading && !mExports.empty()) want |= EPOLLIN;
+    if (mChannel.wantsWrite()) want |= EPOLLOUT;
+    return want;
+}
+
 void Session::rearmLocked() {
     if (mDead) return;
-    uint32_t want = mReading ? 0u : static_cast<uint32_t>(EPOLLIN);
-    if (mChannel.wantsWrite()) want |= EPOLLOUT;
+    const uint32_t want = wantedEventsLocked();
     if (want == mArmed) return;
     Dispatcher::get().rearm(mChannel.fd(), mWatchId, want);
     mArmed = want;
@@ -90,7 +107,7 @@ void Session::onEvent(uint32_t events) {
         mArmed = 0;  // one-shot: the registration reports nothing more until re-armed
     }
     if (mChannel.wantsWrite()) flush();
-    if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
+    if (events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)) {
         serve();
         return;
     }

@@ -116,6 +116,8 @@ private:
     bool send(const WireHeader& h, const Outgoing& out, bool waitToLeave = false);
     void sendReply(uint64_t txId, binder_status_t status, AParcel* reply);
     void flush();
+    // What the epoll registration should report now. Needs mMutex.
+    uint32_t wantedEventsLocked() const;
     // Arms the epoll registration for what is wanted now. Needs mMutex.
     void rearmLocked();
     // Hands the read turn to a caller still waiting, if any. Needs mMutex.

@@ -72,6 +72,7 @@ binder_status_t Session::flatten(const AParcel& parcel, Outgoing* out) {
                 AIBinder_incStrong(o.binder);
                 mExports[id] = Export{o.binder, 1};
                 mExportIds[o.binder] = id;
+                rearmLocked();  // the peer may call it from now on
             }
         }
         memcpy(out->patched.data() + o.offset, &kind, sizeof(kind));

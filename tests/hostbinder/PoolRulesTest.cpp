@@ -5,9 +5,15 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
+#include <hostbinder/hostbinder.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -123,7 +129,55 @@ int servesAtOnce(const char* instance, int expected, void (*startPool)()) {
     });
 });
 
+constexpr const char* kQuietInstance = "hostbinder.test.IProbe/quiet";
+
+// How often this process's threads other than the calling one went to sleep, i.e. were woken.
+long othersSleeps() {
+    const std::string self = std::to_string(syscall(SYS_gettid));
+    long total = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        if (task.path().filename() == self) continue;
+        std::ifstream status(task.path() / "status");
+        std::string word;
+        while (status >> word) {
+            long n = 0;
+            if (word == "voluntary_ctxt_switches:" && status >> n) total += n;
+        }
+    }
+    return total;
+}
+
+// Makes calls that carry no binder, with idle binder threads standing by.
+int callWithIdleThreads() {
+    ABinderProcess_startThreadPool();
+    ndk::SpAIBinder service(AServiceManager_waitForService(kQuietInstance));
+    if (!asProbe(service) || callProbe(service, kHold, nullptr) != STATUS_OK) return 3;
+    constexpr int kCalls = 500;
+    const long before = othersSleeps();
+    for (int i = 0; i < kCalls; ++i) {
+        if (callProbe(service, kHold, nullptr) != STATUS_OK) return 4;
+    }
+    const long woken = othersSleeps() - before;
+    // A sleeping thread still wakes twice a second to look after its connections.
+    if (woken >= kCalls / 10) {
+        fprintf(stderr, "idle binder threads woke %ld times during %d calls\n", woken, kCalls);
+        return 5;
+    }
+    return 0;
+}
+[[maybe_unused]] const int quietRole = childRole("pool-quiet", callWithIdleThreads);
+
 }  // namespace
+
+// Device: the driver hands a reply to the thread that waits for it; the process's idle
+// threads sleep through it.
+TEST(PoolRules, RepliesDoNotWakeTheIdleThreads) {
+    ndk::SpAIBinder probe =
+            newProbe([](transaction_code_t, const AParcel*, AParcel*) { return STATUS_OK; });
+    ASSERT_TRUE(serveProbe(probe, kQuietInstance));
+    EXPECT_EQ(0, runChild("pool-quiet"));
+    HostBinder_stopService(kQuietInstance);
+}
 
 // Device, case by case: never set, the started thread plus 15 the driver asks for; max 2 then
 // started, three; join only, the joined thread alone whatever the maximum (no thread is ever
