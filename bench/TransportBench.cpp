@@ -9,9 +9,11 @@
 #include <aidl/vendor/norvo/hardware/vela/BnVela.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <fcntl.h>
 #include <hostbinder/hostbinder.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -25,6 +27,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <new>
 #include <string>
 #include <thread>
@@ -161,17 +164,23 @@ struct Child {
     int64_t cpuAtReachable = 0;
 };
 
+// Spawned, not forked: a fork write-protects every page of this process until the child execs,
+// and the caller being measured would then fault on each page it writes, a cost no client of
+// a device's service pays (its services are not its children).
 Child launchService(const char* self, const char* mode = "--serve") {
     int ready[2];
-    if (pipe(ready) != 0) return {};
+    if (pipe2(ready, O_CLOEXEC) != 0) return {};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    // A duplicate without close-on-exec is the child's end; every other descriptor closes.
+    constexpr int kChildEnd = 3;
+    posix_spawn_file_actions_adddup2(&actions, ready[1], kChildEnd);
+    const std::string fd = std::to_string(kChildEnd);
+    char* const argv[] = {const_cast<char*>(self), const_cast<char*>(mode),
+                          const_cast<char*>(fd.c_str()), nullptr};
     Child c;
-    c.pid = fork();
-    if (c.pid == 0) {
-        close(ready[0]);
-        const std::string fd = std::to_string(ready[1]);
-        execl(self, self, mode, fd.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
+    if (posix_spawn(&c.pid, self, &actions, nullptr, argv, environ) != 0) c.pid = -1;
+    posix_spawn_file_actions_destroy(&actions);
     close(ready[1]);
     c.readyFd = ready[0];
     return c;
@@ -208,15 +217,32 @@ struct Cost {
     double cpuNanosPerCall = 0;  // both processes together
 };
 
-template <typename Call>
-Cost measure(pid_t peer, int calls, Call&& call) {
-    for (int i = 0; i < calls / 10; ++i) call();  // warm up
-    const int64_t cpu0 = nowNanos(CLOCK_PROCESS_CPUTIME_ID) + cpuNanosOf(peer);
-    const int64_t t0 = nowNanos();
-    for (int i = 0; i < calls; ++i) call();
-    const int64_t t1 = nowNanos();
-    const int64_t cpu1 = nowNanos(CLOCK_PROCESS_CPUTIME_ID) + cpuNanosOf(peer);
-    return {double(t1 - t0) / calls, double(cpu1 - cpu0) / calls};
+// Two ways of making a call, measured in turns of `kTurn` calls so that a machine whose speed
+// drifts during the run (a virtual one does, by tens of percent within seconds) slows both
+// alike: measured one after the other, the ratio was the drift's as much as the runtime's.
+struct Side {
+    pid_t peer;
+    std::function<void()> call;
+    Cost cost;
+};
+
+void measureInTurns(int calls, Side& a, Side& b) {
+    constexpr int kTurn = 500;
+    for (int i = 0; i < calls / 10; ++i) a.call(), b.call();  // warm up
+    int64_t nanos[2] = {}, cpu[2] = {};
+    for (int done = 0; done < calls; done += kTurn) {
+        Side* sides[2] = {&a, &b};
+        for (int s = 0; s < 2; ++s) {
+            const int64_t cpu0 = nowNanos(CLOCK_PROCESS_CPUTIME_ID) + cpuNanosOf(sides[s]->peer);
+            const int64_t t0 = nowNanos();
+            for (int i = 0; i < kTurn; ++i) sides[s]->call();
+            nanos[s] += nowNanos() - t0;
+            cpu[s] += nowNanos(CLOCK_PROCESS_CPUTIME_ID) + cpuNanosOf(sides[s]->peer) - cpu0;
+        }
+    }
+    const int made = (calls + kTurn - 1) / kTurn * kTurn;
+    a.cost = {double(nanos[0]) / made, double(cpu[0]) / made};
+    b.cost = {double(nanos[1]) / made, double(cpu[1]) / made};
 }
 
 // The raw side's messages: only their sizes matter, not their bytes.
@@ -249,22 +275,37 @@ bool answer(int fd, size_t request, size_t reply) {
 }
 
 // A two-process ping-pong over a socket pair: `request` bytes out, `reply` bytes back.
-Cost rawPingPong(size_t request, size_t reply, int calls) {
-    int fds[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) return {};
-    pid_t echo = fork();
-    if (echo == 0) {
-        close(fds[0]);
-        while (answer(fds[1], request, reply)) {
+class RawPingPong {
+public:
+    RawPingPong(size_t request, size_t reply) : mRequest(request), mReply(reply) {
+        int fds[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) return;
+        mEcho = fork();
+        if (mEcho == 0) {
+            close(fds[0]);
+            while (answer(fds[1], request, reply)) {
+            }
+            _exit(0);
         }
-        _exit(0);
+        close(fds[1]);
+        mFd = fds[0];
     }
-    close(fds[1]);
-    Cost cost = measure(echo, calls, [&] { ask(fds[0], request, reply); });
-    close(fds[0]);
-    waitpid(echo, nullptr, 0);
-    return cost;
-}
+    ~RawPingPong() {
+        if (mFd >= 0) close(mFd);  // the echo ends when its socket does
+        if (mEcho > 0) waitpid(mEcho, nullptr, 0);
+    }
+    RawPingPong(const RawPingPong&) = delete;
+    RawPingPong& operator=(const RawPingPong&) = delete;
+
+    Side side() {
+        return {mEcho, [this] { ask(mFd, mRequest, mReply); }, {}};
+    }
+
+private:
+    size_t mRequest, mReply;
+    pid_t mEcho = -1;
+    int mFd = -1;
+};
 
 VelaRequestParcel eightItems() {
     VelaRequestParcel p{};
@@ -377,43 +418,43 @@ bool rawReconnect() {
     return true;
 }
 
-struct Reconnection {
-    double micros = 0;            // from the service being reachable to the call succeeding
-    double serviceCpuMicros = 0;  // what the restarted service spent in that time
-};
+// From the service being reachable to the call succeeding, and what the restarted service
+// spent in that time; each a median over restarts.
+struct Reconnections {
+    std::vector<double> micros, serviceCpuMicros;
 
-// Restarts the service `rounds` times; the medians of each restart's reconnection.
-template <typename Call>
-Reconnection medianReconnection(const char* self, const char* mode, Child& service, int rounds,
-                                Call&& call) {
-    std::vector<double> micros, cpu;
-    for (int i = 0; i < rounds; ++i) {
-        stop(service);
-        // Time for the death notice to reach the library, and for the caller to be waiting
-        // when the service comes back: what is measured is the wake-up, not these pauses.
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        std::atomic<pid_t> servicePid{-1};
-        int64_t succeededAt = 0;
-        int64_t serviceCpuAtSuccess = 0;
-        std::thread caller([&] {
-            while (!call()) {
-            }
-            succeededAt = nowNanos();
-            serviceCpuAtSuccess = cpuNanosOf(servicePid.load());
-        });
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        service = launchService(self, mode);
-        servicePid = service.pid;
-        caller.join();
-        if (!awaitReachable(service)) continue;
-        micros.push_back(double(succeededAt - service.reachableAt) / 1000.0);
-        cpu.push_back(double(serviceCpuAtSuccess - service.cpuAtReachable) / 1000.0);
-    }
-    auto median = [](std::vector<double>& v) {
+    static double median(std::vector<double> v) {
         std::sort(v.begin(), v.end());
         return v.empty() ? 0.0 : v[v.size() / 2];
-    };
-    return {median(micros), median(cpu)};
+    }
+    double micro() const { return median(micros); }
+    double serviceCpuMicro() const { return median(serviceCpuMicros); }
+};
+
+// Restarts the service once and times `call`'s way back to it.
+template <typename Call>
+void reconnectOnce(const char* self, const char* mode, Child& service, Reconnections& into,
+                   Call&& call) {
+    stop(service);
+    // Time for the death notice to reach the library, and for the caller to be waiting when
+    // the service comes back: what is measured is the wake-up, not these pauses.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::atomic<pid_t> servicePid{-1};
+    int64_t succeededAt = 0;
+    int64_t serviceCpuAtSuccess = 0;
+    std::thread caller([&] {
+        while (!call()) {
+        }
+        succeededAt = nowNanos();
+        serviceCpuAtSuccess = cpuNanosOf(servicePid.load());
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    service = launchService(self, mode);
+    servicePid = service.pid;
+    caller.join();
+    if (!awaitReachable(service)) return;
+    into.micros.push_back(double(succeededAt - service.reachableAt) / 1000.0);
+    into.serviceCpuMicros.push_back(double(serviceCpuAtSuccess - service.cpuAtReachable) / 1000.0);
 }
 
 void report(const char* what, const Cost& binder, const Cost& raw) {
@@ -446,20 +487,27 @@ int main(int argc, char** argv) {
     AIBinder* binder = vela->asBinder().get();
 
     // An empty call: the interface token only, answered with nothing.
-    const size_t emptyBytes = wireBytes(binder, nullptr);
-    Cost empty = measure(service.pid, calls, [&] {
-        AParcel* in = nullptr;
-        AParcel* out = nullptr;
-        AIBinder_prepareTransaction(binder, &in);
-        AIBinder_transact(binder, FIRST_CALL_TRANSACTION, &in, &out, 0);
-        AParcel_delete(out);
-    });
-    report("empty call", empty, rawPingPong(emptyBytes, 48, calls));
+    RawPingPong rawEmpty(wireBytes(binder, nullptr), 48);
+    Side empty{service.pid,
+               [&] {
+                   AParcel* in = nullptr;
+                   AParcel* out = nullptr;
+                   AIBinder_prepareTransaction(binder, &in);
+                   AIBinder_transact(binder, FIRST_CALL_TRANSACTION, &in, &out, 0);
+                   AParcel_delete(out);
+               },
+               {}};
+    Side emptyRaw = rawEmpty.side();
+    measureInTurns(calls, empty, emptyRaw);
+    report("empty call", empty.cost, emptyRaw.cost);
 
     const VelaRequestParcel p = eightItems();
     int32_t out = -1;
-    Cost request = measure(service.pid, calls, [&] { vela->resCtlRequest(p, &out); });
-    report("8-item resCtlRequest", request, rawPingPong(wireBytes(binder, &p), 48 + 8, calls));
+    RawPingPong rawRequest(wireBytes(binder, &p), 48 + 8);
+    Side request{service.pid, [&] { vela->resCtlRequest(p, &out); }, {}};
+    Side requestRaw = rawRequest.side();
+    measureInTurns(calls, request, requestRaw);
+    report("8-item resCtlRequest", request.cost, requestRaw.cost);
 
     tAllocations = 0;
     tCounting = true;
@@ -478,24 +526,25 @@ int main(int argc, char** argv) {
     if (velaHalclient::velaPropertySet("k", "v") != kAnswer || setRelatedSysInfo(1, 2) != kAnswer) {
         printf("the library does not reach the service; reconnection not measured\n");
     } else {
+        // One restart of each kind in turn, for the same reason calls are measured in turns.
         const int rounds = 31;
-        const Reconnection hal = medianReconnection(self, "--serve", service, rounds, [] {
-            return velaHalclient::velaPropertySet("k", "v") == kAnswer;
-        });
-        const Reconnection pax = medianReconnection(self, "--serve", service, rounds, [] {
-            return setRelatedSysInfo(1, 2) == kAnswer;
-        });
         Child rawService = startService(self, "--serve-raw");
-        const Reconnection raw =
-                medianReconnection(self, "--serve-raw", rawService, rounds, rawReconnect);
+        Reconnections hal, pax, raw;
+        for (int i = 0; i < rounds; ++i) {
+            reconnectOnce(self, "--serve", service, hal,
+                          [] { return velaHalclient::velaPropertySet("k", "v") == kAnswer; });
+            reconnectOnce(self, "--serve", service, pax,
+                          [] { return setRelatedSysInfo(1, 2) == kAnswer; });
+            reconnectOnce(self, "--serve-raw", rawService, raw, rawReconnect);
+        }
         stop(rawService);
         printf("reconnection, median of %d restarts (reachable -> first success): "
                "velaHalclient %.0f us (%.2fx), Pax %.0f us (%.2fx); raw socket %.0f us\n",
-               rounds, hal.micros, hal.micros / raw.micros, pax.micros, pax.micros / raw.micros,
-               raw.micros);
+               rounds, hal.micro(), hal.micro() / raw.micro(), pax.micro(),
+               pax.micro() / raw.micro(), raw.micro());
         printf("restarted service's CPU in that time, median: velaHalclient %.0f us, Pax %.0f us, "
                "raw socket %.0f us\n",
-               hal.serviceCpuMicros, pax.serviceCpuMicros, raw.serviceCpuMicros);
+               hal.serviceCpuMicro(), pax.serviceCpuMicro(), raw.serviceCpuMicro());
     }
     stop(service);
     if (!dir.empty()) std::filesystem::remove_all(dir);
