@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <hostbinder/hostbinder.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/inotify.h>
@@ -76,6 +77,23 @@ int64_t cpuNanosOf(pid_t pid) {
     clockid_t clock;
     if (clock_getcpuclockid(pid, &clock) != 0) return 0;
     return nowNanos(clock);
+}
+
+// Where a process runs: every thread it has now is confined to `cpu`, or let run anywhere
+// when `cpu` is -1; threads it starts later inherit their creator's placement.
+void place(pid_t pid, int cpu) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    const int cpus = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+    for (int c = 0; c < cpus; ++c) {
+        if (cpu < 0 || c == cpu) CPU_SET(c, &set);
+    }
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    std::error_code ignored;
+    for (const auto& task : std::filesystem::directory_iterator(tasks, ignored)) {
+        sched_setaffinity(static_cast<pid_t>(std::stol(task.path().filename().string())),
+                          sizeof(set), &set);
+    }
 }
 
 // --- The service, in a child process --------------------------------------------------------
@@ -300,6 +318,7 @@ public:
     Side side() {
         return {mEcho, [this] { ask(mFd, mRequest, mReply); }, {}};
     }
+    pid_t pid() const { return mEcho; }
 
 private:
     size_t mRequest, mReply;
@@ -458,7 +477,7 @@ void reconnectOnce(const char* self, const char* mode, Child& service, Reconnect
 }
 
 void report(const char* what, const Cost& binder, const Cost& raw) {
-    printf("%-24s %9.1f us/call (raw %6.1f us, %.2fx)   CPU %6.1f us/call (raw %5.1f us, %.2fx)\n",
+    printf("%-32s %7.1f us/call (raw %6.1f us, %.2fx)   CPU %6.1f us/call (raw %5.1f us, %.2fx)\n",
            what, binder.nanosPerCall / 1000, raw.nanosPerCall / 1000,
            binder.nanosPerCall / raw.nanosPerCall, binder.cpuNanosPerCall / 1000,
            raw.cpuNanosPerCall / 1000, binder.cpuNanosPerCall / raw.cpuNanosPerCall);
@@ -498,16 +517,36 @@ int main(int argc, char** argv) {
                },
                {}};
     Side emptyRaw = rawEmpty.side();
-    measureInTurns(calls, empty, emptyRaw);
-    report("empty call", empty.cost, emptyRaw.cost);
 
     const VelaRequestParcel p = eightItems();
     int32_t out = -1;
     RawPingPong rawRequest(wireBytes(binder, &p), 48 + 8);
     Side request{service.pid, [&] { vela->resCtlRequest(p, &out); }, {}};
     Side requestRaw = rawRequest.side();
-    measureInTurns(calls, request, requestRaw);
-    report("8-item resCtlRequest", request.cost, requestRaw.cost);
+
+    // Each call measured with both sides on one CPU, then with the caller on one and the
+    // answering side on another. Left to the scheduler, a run's figures depend on where it
+    // happened to put the two sides (on a virtual machine, waking a sleeping CPU costs more
+    // than the call), which swung the same build's ratio between 0.8 and 1.9 from run to run.
+    const pid_t peers[] = {service.pid, rawEmpty.pid(), rawRequest.pid()};
+    const bool twoCpus = sysconf(_SC_NPROCESSORS_ONLN) >= 2;
+    for (int peerCpu : {0, 1}) {
+        const char* where = peerCpu == 0 ? ", one CPU" : ", two CPUs";
+        if (peerCpu == 1 && !twoCpus) {
+            printf("(two CPUs: not measured, this machine has one)\n");
+            break;
+        }
+        place(getpid(), 0);
+        for (pid_t peer : peers) place(peer, peerCpu);
+        measureInTurns(calls, empty, emptyRaw);
+        report((std::string("empty call") + where).c_str(), empty.cost, emptyRaw.cost);
+        measureInTurns(calls, request, requestRaw);
+        report((std::string("8-item resCtlRequest") + where).c_str(), request.cost,
+               requestRaw.cost);
+    }
+    // Everything else as the scheduler places it.
+    place(getpid(), -1);
+    for (pid_t peer : peers) place(peer, -1);
 
     tAllocations = 0;
     tCounting = true;
