@@ -187,7 +187,8 @@ TEST(VelactlTest, RunStopsAtTheFirstFailingLineUnlessToldToGoOn) {
 TEST(VelactlTest, StateOutlivesOneVelactlWhenTheServiceRunsApart) {
     paxtest::ChildService service;
     ASSERT_TRUE(service.startExecutable(VELA_SERVICE_PATH));
-    // dumpsys: a higher ceiling loses to the preview's; every claim shows, the winner marked.
+    // A higher ceiling loses to the preview's, seen by a velactl other than the holder. (The
+    // dump's rows of every claim are the service's own text: DumpsysTablesTest.)
     const Holding holding(
             "acquire ACTION_CAMERA_PREVIEW --duration 60000\n"
             "request cpu.prime.freq_max=2000000 -d 60000\n",
@@ -195,21 +196,6 @@ TEST(VelactlTest, StateOutlivesOneVelactlWhenTheServiceRunsApart) {
     ASSERT_EQ(holding.handles.size(), 2u);
     Outcome run = velactl({"state", "cpu.prime.freq_max"});
     EXPECT_EQ(run.out, "0x010100c0 cpu.prime.freq_max = 1958400\n") << run;
-    run = velactl({"dumpsys", "resources"});
-    EXPECT_TRUE(endsWith(run, 0,
-                         {"0x010100c0 cpu.prime.freq_max = 1958400 (min, 2 claims)\n"
-                          "    * request " +
-                          holding.handles[0] +
-                          " = 1958400\n"
-                          "      request " +
-                          holding.handles[1] + " = 2000000\n"}));
-    EXPECT_FALSE(run.says("requests (")) << run;
-    run = velactl({"--json", "dumpsys", "requests", "resources"});
-    Json::Value doc;
-    std::istringstream text(run.out);
-    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), text, &doc, nullptr)) << run;
-    EXPECT_EQ(doc.getMemberNames(), (std::vector<std::string>{"requests", "resources"})) << run;
-    EXPECT_TRUE(doc["requests"][1]["ms_left"].isInt64()) << run;
     EXPECT_TRUE(endsWith(velactl({"dumpsys", "resources", "claims"}), 64,
                          {"unknown table 'claims'; tables: resources requests"}));
     EXPECT_TRUE(endsWith(velactl({"dump", "run-map"}), 0,
