@@ -79,14 +79,27 @@ int64_t cpuNanosOf(pid_t pid) {
     return nowNanos(clock);
 }
 
-// Where a process runs: every thread it has now is confined to `cpu`, or let run anywhere
-// when `cpu` is -1; threads it starts later inherit their creator's placement.
-void place(pid_t pid, int cpu) {
+// The CPUs this benchmark was given (all of them, unless started under `taskset`).
+cpu_set_t allowedCpus() {
+    static const cpu_set_t allowed = [] {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        if (sched_getaffinity(0, sizeof(set), &set) != 0) CPU_SET(0, &set);
+        return set;
+    }();
+    return allowed;
+}
+
+// Where a process runs: every thread it has now is confined to the `nth` CPU it was given, or
+// let run on all of them when `nth` is -1; threads it starts later inherit their creator's
+// placement.
+void place(pid_t pid, int nth) {
+    const cpu_set_t allowed = allowedCpus();
     cpu_set_t set;
     CPU_ZERO(&set);
-    const int cpus = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
-    for (int c = 0; c < cpus; ++c) {
-        if (cpu < 0 || c == cpu) CPU_SET(c, &set);
+    for (int c = 0, seen = 0; c < CPU_SETSIZE; ++c) {
+        if (!CPU_ISSET(c, &allowed)) continue;
+        if (nth < 0 || seen++ == nth) CPU_SET(c, &set);
     }
     const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
     std::error_code ignored;
@@ -497,6 +510,7 @@ int main(int argc, char** argv) {
         setenv("HOSTBINDER_VINTF_DIR", (dir + "/vintf").c_str(), 1);
     }
     const int calls = argc > 1 ? atoi(argv[1]) : 20000;
+    allowedCpus();  // before any placement narrows it
     ABinderProcess_startThreadPool();
     HostBinder_declareService(kInstance);
     const char* self = "/proc/self/exe";
@@ -529,11 +543,12 @@ int main(int argc, char** argv) {
     // happened to put the two sides (on a virtual machine, waking a sleeping CPU costs more
     // than the call), which swung the same build's ratio between 0.8 and 1.9 from run to run.
     const pid_t peers[] = {service.pid, rawEmpty.pid(), rawRequest.pid()};
-    const bool twoCpus = sysconf(_SC_NPROCESSORS_ONLN) >= 2;
+    const cpu_set_t allowed = allowedCpus();
+    const bool twoCpus = CPU_COUNT(&allowed) >= 2;
     for (int peerCpu : {0, 1}) {
         const char* where = peerCpu == 0 ? ", one CPU" : ", two CPUs";
         if (peerCpu == 1 && !twoCpus) {
-            printf("(two CPUs: not measured, this machine has one)\n");
+            printf("(two CPUs: not measured, this benchmark was given one)\n");
             break;
         }
         place(getpid(), 0);
