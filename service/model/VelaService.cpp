@@ -17,6 +17,19 @@ namespace aidl::vendor::norvo::hardware::vela::impl {
 
 using namespace ::aidl::vendor::norvo::hardware::vela::protocol;
 
+bool VelaService::Options::openFiles(const std::string& tracePath, const std::string& recordPath,
+                                     std::string* error) {
+    if (!tracePath.empty()) {
+        trace = TraceWriter::open(tracePath, error);
+        if (!trace) return false;
+    }
+    if (!recordPath.empty()) {
+        recorder = CallRecorder::open(recordPath, error);
+        if (!recorder) return false;
+    }
+    return true;
+}
+
 VelaService::VelaService() : VelaService(Options{}) {}
 
 VelaService::VelaService(Options options)

@@ -40,6 +40,11 @@ public:
         // When set, the service's time is this clock's, moved by its owner (a replay), and
         // timed requests end only when expireDue() is called.
         std::shared_ptr<VirtualClock> clock;
+
+        // Opens the timeline and the record named on a command line (an empty path names
+        // none); false, with what went wrong, when one cannot be created.
+        bool openFiles(const std::string& tracePath, const std::string& recordPath,
+                       std::string* error);
     };
     using Stats = ServiceStats;
 

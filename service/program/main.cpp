@@ -30,7 +30,6 @@
 #include "VelaService.h"
 #include "Version.h"
 
-using aidl::vendor::norvo::hardware::vela::impl::CallRecorder;
 using aidl::vendor::norvo::hardware::vela::impl::checkConfig;
 using aidl::vendor::norvo::hardware::vela::impl::checkConfigAgainstProfile;
 using aidl::vendor::norvo::hardware::vela::impl::kVelaLogTag;
@@ -253,24 +252,11 @@ int main(int argc, char** argv) {
         options.config = std::move(*config);
     }
     options.sysfsRoot = args.sysfsRoot;
-    if (!args.traceFile.empty()) {
-        std::string error;
-        options.trace = TraceWriter::open(args.traceFile, &error);
-        // 66, a file named on the command line that cannot be opened: what the user fixes is
-        // the path, as with --config. 70 would blame the program.
-        if (!options.trace) {
-            fprintf(stderr, "vela-service: %s\n", error.c_str());
-            return vela_exit::kNoInput;
-        }
-    }
-
-    if (!args.recordFile.empty()) {
-        std::string error;
-        options.recorder = CallRecorder::open(args.recordFile, &error);
-        if (!options.recorder) {
-            fprintf(stderr, "vela-service: %s\n", error.c_str());
-            return vela_exit::kNoInput;
-        }
+    // 66, a file named on the command line that cannot be opened: what the user fixes is the
+    // path, as with --config. 70 would blame the program.
+    if (std::string error; !options.openFiles(args.traceFile, args.recordFile, &error)) {
+        fprintf(stderr, "vela-service: %s\n", error.c_str());
+        return vela_exit::kNoInput;
     }
 
     stopOnSignal(stopSignals, options.trace);

@@ -263,25 +263,13 @@ int main(int argc, char** argv) {
         options.config = ctx.config;
         options.sysfsRoot = g.sysfsRoot;
         std::string error;
-        if (!g.traceFile.empty()) {
-            // 66 as for vela-service --trace: the path named is what to fix.
-            ctx.trace = aidl::vendor::norvo::hardware::vela::impl::TraceWriter::open(g.traceFile,
-                                                                                     &error);
-            if (!ctx.trace) {
-                ctx.out.error(error);
-                finish(ctx, kExitNoInput);
-            }
-            options.trace = ctx.trace;
+        // 66 as for vela-service --trace and --record: the path named is what to fix. The
+        // record is written a line at a time and unbuffered: the _exit at the end loses nothing.
+        if (!options.openFiles(g.traceFile, g.recordFile, &error)) {
+            ctx.out.error(error);
+            finish(ctx, kExitNoInput);
         }
-        if (!g.recordFile.empty()) {
-            // Written a line at a time and unbuffered: the _exit at the end loses nothing.
-            options.recorder = aidl::vendor::norvo::hardware::vela::impl::CallRecorder::open(
-                    g.recordFile, &error);
-            if (!options.recorder) {
-                ctx.out.error(error);
-                finish(ctx, kExitNoInput);
-            }
-        }
+        ctx.trace = options.trace;
         ctx.embedded = EmbeddedService::start(std::move(options), &error);
         if (!ctx.embedded) {
             ctx.out.error("cannot start the embedded service: " + error);
